@@ -1,0 +1,95 @@
+// cast_filter.cpp: drives the kernel's multicast and broadcast filter through its character device.
+//
+// Each call opens the device afresh and closes it before it returns. A request hands its number over by address.
+
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include "apsupport/identify.h"
+#include "foundation/console.h"
+#include "foundation/file_io.h"
+
+#define FILTER_LOG(level, ...) AP_PLATFORM_LOG(level, "ap_common_so", __VA_ARGS__)
+
+namespace ap {
+
+namespace {
+
+constexpr char filter_path[] = "/dev/castfilter";
+constexpr int failed = 255;
+
+enum Request : unsigned long { enable = 17, disable = 18, set_value = 19, clear = 20 };
+enum Command { turn_off = 0, turn_on = 1 };
+
+// Two attempts, since the module may still be loading; the second failure waits as well before it gives up.
+UniqueFd open_filter_dev() {
+    for (const unsigned int wait_seconds : {1U, 2U}) {
+        if (UniqueFd device = open_fd(filter_path, O_RDWR)) return device;
+        sleep(wait_seconds);
+    }
+    FILTER_LOG(2, "open /dev/castfilter failure\n");
+    return UniqueFd();
+}
+
+// 0, or `failed` after a log line that names `logged_request`.
+int issue(const UniqueFd &device, Request request, int *argument, Request logged_request) {
+    if (ioctl(device.get(), request, argument) >= 0) return 0;
+    FILTER_LOG(2, "ioctl to the kernel error.type %d\n", static_cast<int>(logged_request));
+    return failed;
+}
+
+int turn_filter_off(const UniqueFd &device) {
+    int flag = 0;
+    return issue(device, Request::disable, &flag, Request::disable);
+}
+
+// The failure of the second request is logged with the number of the disabling one.
+int turn_filter_on(const UniqueFd &device, int value) {
+    int flag = 1;
+    const int result = issue(device, Request::enable, &flag, Request::enable);
+    return result != 0 ? result : issue(device, Request::set_value, &value, Request::disable);
+}
+
+int set_filter(int command, int value) {
+    const UniqueFd device = open_filter_dev();
+    if (!device) return failed;
+    if (command == Command::turn_off) return turn_filter_off(device);
+    if (command == Command::turn_on) return turn_filter_on(device, value);
+    FILTER_LOG(2, "type of command is error\n");
+    return 0;
+}
+
+int clear_filter() {
+    const UniqueFd device = open_filter_dev();
+    return device ? issue(device, Request::clear, nullptr, Request::clear) : failed;
+}
+
+}  // namespace
+
+}  // namespace ap
+
+using namespace ap;
+
+int ap_cast_filter_init(void) {
+    FILTER_LOG(6, "function entry!");
+    if (std::system("insmod /lib/modules/multi_broad_filter.ko") != 0)
+        FILTER_LOG(2, "insmod /lib/modules/multi_broad_filter.ko failure\n");
+    FILTER_LOG(6, "function exit!");
+    return 1;
+}
+
+int ap_cast_filter_clear(void) {
+    FILTER_LOG(6, "function entry!");
+    const int result = clear_filter();
+    FILTER_LOG(6, "function exit!");
+    return result;
+}
+
+int ap_cast_filter_set(int command, int value) {
+    FILTER_LOG(6, "function entry!");
+    const int result = set_filter(command, value);
+    FILTER_LOG(6, "function exit!");
+    return result;
+}

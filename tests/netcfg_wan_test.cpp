@@ -1,0 +1,198 @@
+// netcfg_wan_test.cpp: address files, port map, and every status decision of a WAN: cable and daemons are scripted, the
+// interfaces and their addresses are the kernel's.
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <map>
+#include <set>
+#include <string>
+
+#include "applatform/config_store.h"
+#include "applatform/interfaces.h"
+#include "applatform/system.h"
+#include "apsupport/netcfg.h"
+#include "tests/support/capture.h"
+
+using testing::HasSubstr;
+
+static std::map<std::string, std::string> store;
+static std::set<std::string> running;
+static int cable, asked_port;
+
+int GetValue(const char *key, char *value) {
+    const auto found = store.find(key);
+    return found == store.end() ? 0 : (std::memcpy(value, found->second.c_str(), found->second.size() + 1), 1);
+}
+int monitor_check_exist(const char *name) { return running.contains(name) ? 7 : 0; }
+int iof_port_status_get(int port, void *record12) {
+    asked_port = port;
+    std::memcpy(record12, &cable, sizeof cable);
+    return cable < 0 ? -1 : 0;
+}
+const char *iof_eth_name_get(int id) { return id == 12 ? "tswan1" : id == 13 ? "tswan2" : nullptr; }
+
+namespace {
+
+class Wan : public testing::Test {
+protected:
+    // WAN 1 has no address, WAN 2 has one.
+    static void SetUpTestSuite() {
+        ASSERT_EQ(
+            std::system("ip link add tswan1 type veth peer name tsisp1 && ip link add tswan2 type veth peer name tsisp2"
+                        " && ip addr add 198.51.100.9/24 dev tswan2"),
+            0);
+    }
+    static void TearDownTestSuite() { std::system("ip link del tswan1; ip link del tswan2"); }
+    void SetUp() override {
+        store.clear();
+        running.clear();
+        cable = 1;
+        test::write_text("/etc/lan_wan_port", "wan[1] 4\nwan[2] 5\n");
+    }
+};
+
+TEST_F(Wan, DecidesTheLinkStatus) {
+    const struct {
+        const char *what;
+        int cable, wan, type, mode;
+        const char *running, *text;
+        int status;
+    } cases[] = {
+        {"no cable", 0, 1, 0, 3, "dhcpcd_wan1", "wan is not wire.", 0},
+        {"port fails", -1, 1, 0, 3, "dhcpcd_wan1", "wan is not wire.", 0},
+        {"other link state", 2, 1, 0, 3, "dhcpcd_wan1", "wan is not wire.", 0},
+        {"no router", 1, 1, 0, 1, "dhcpcd_wan1", "get wan ifname fail.", 0},
+        {"no such type", 1, 1, 6, 3, "dhcpcd_wan1", "get wan ifname fail.", 0},
+        {"no such WAN", 1, 5, 0, 3, "dhcpcd_wan5", "get wan ifname fail.", 0},
+        {"has an address", 1, 2, 0, 3, "", "", 3},
+        {"static with an address", 1, 2, 1, 3, "", "", 3},
+        {"DHCP runs", 1, 1, 0, 3, "dhcpcd_wan1", "wan is connecting.", 2},
+        {"DHCP of another WAN", 1, 1, 0, 3, "dhcpcd_wan2", "wan is not connected.", 1},
+        {"PPP daemon with DHCP", 1, 1, 0, 3, "pppd_wan1", "wan is not connected.", 1},
+        {"IPv6 client", 1, 1, 0, 3, "dhcp6c", "wan is connecting.", 2},
+        {"PPPoE runs", 1, 1, 2, 3, "pppd_wan1", "wan is connecting.", 2},
+        {"type 3", 1, 2, 3, 3, "pppd_wan2", "wan is connecting.", 2},
+        {"type 4 and the IPv6 client of WAN 1", 1, 2, 4, 3, "dhcp6c", "wan is not connected.", 1},
+        {"type 5", 1, 1, 5, 3, "pppd_wan1", "wan is not connected.", 1},
+        {"static", 1, 1, 1, 3, "dhcpcd_wan1", "wan is not connected.", 1},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        cable = c.cable;
+        running = {c.running};
+        int status = -1;
+        const std::string printed =
+            test::printed_by([&] { status = system_wan_get_link_status(c.wan, c.type, c.mode); });
+        EXPECT_EQ(status, c.status);
+        EXPECT_THAT(printed, HasSubstr(c.text));
+    }
+    const int before = test::open_descriptors();
+    system_wan_get_link_status(1, 0, 3);
+    EXPECT_EQ(test::open_descriptors(), before);
+}
+
+TEST_F(Wan, AsksTheDaemonOfItsKind) {
+    running = {"pppd_wan3"};
+    EXPECT_EQ(system_wan_get_link_status_ppp(3, 0, 0), 2);
+    EXPECT_EQ(system_wan_get_link_status_dhcp(3, 0, 0), 1);
+}
+
+TEST_F(Wan, FindsThePortOfALabel) {
+    const struct {
+        const char *what;
+        std::string map;
+        int wan, port;
+    } cases[] = {
+        {"second line", "wan[1] 3\nwan[2] 4\n", 2, 4},
+        {"blanks", "  wan[2]\t 4 x\n", 2, 4},
+        {"no number", "wan[2]\nwan[2] 6\n", 2, 6},
+        {"a longer label", "wan[2]x 4\n", 2, -1},
+        {"no line", "wan[1] 3\n", 4, -1},
+        {"an overlong line", std::string(200, 'x') + "\nwan[2] 9", 2, 9},
+        {"WAN 0", "wan[0] 3\n", 0, -1},
+        {"WAN 5", "wan[5] 3\n", 5, -1},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        test::write_text("/etc/lan_wan_port", c.map);
+        EXPECT_EQ(wanid_to_phy_port(c.wan), c.port);
+    }
+    std::filesystem::remove("/etc/lan_wan_port");
+    EXPECT_EQ(wanid_to_phy_port(2), -1);
+}
+
+TEST_F(Wan, ReadsTheConnectionType) {
+    store = {{"wan1.connecttype", "8"}, {"wan4.connecttype", "2x"}, {"wan5.connecttype", "2"}};
+    EXPECT_EQ(getWanConnType(1), 8);
+    EXPECT_EQ(getWanConnType(2), 0);
+    EXPECT_EQ(getWanConnType(4), 2);
+    for (const int wan : {0, 5, -1}) {
+        EXPECT_THAT(test::printed_by([&] { EXPECT_EQ(getWanConnType(wan), 0); }),
+                    testing::MatchesRegex("\\[getWanConnType [0-9]+\\]:\twan connect type error!\n"));
+    }
+}
+
+TEST_F(Wan, SavesAndReadsAddressFiles) {
+    const ip_info saved{"10.1.1.2", "255.255.255.0", "10.1.1.1", "", "9.9.9.9"};
+    ASSERT_EQ(file_wan_ip_save(g_wan_ip_info[3], &saved), 0);
+    EXPECT_EQ(test::read_text("/etc/wan4.ini"),
+              "ip=10.1.1.2\nmask=255.255.255.0\ngateway=10.1.1.1\ndns1=\ndns2=9.9.9.9\n");
+    ip_info info{};
+    ASSERT_EQ(file_wan_ip_info_get(4, &info), 0);
+    EXPECT_STREQ(info.gateway, "10.1.1.1");
+    EXPECT_STREQ(info.dns1, "0.0.0.0") << "empty";
+    test::write_text("/etc/wan1.ini", "dns1=1.1.1.1.1.1.1.1.1.1.1\nip=1.2.3.4\n");
+    ASSERT_EQ(file_wan_ip_info_get(1, &info), 0);
+    EXPECT_STREQ(info.dns1, "1.1.1.1.1.1.1.1") << "cut at its field";
+    EXPECT_STREQ(info.dns2, "0.0.0.0") << "missing";
+    EXPECT_STREQ(g_wan_ip_info2[3], "/etc/wan42.ini");
+
+    EXPECT_THAT(test::printed_by([&] { EXPECT_EQ(file_wan_ip_info_get(0, &info), 1); }),
+                HasSubstr("invalide wan_id:0."));
+    EXPECT_THAT(test::printed_by([&] { EXPECT_EQ(file_wan_ip_info_get(5, nullptr), 1); }),
+                HasSubstr("invalide wan_id:5."));
+    EXPECT_THAT(test::printed_by([&] { EXPECT_EQ(file_wan_ip_info_get(1, nullptr), 1); }),
+                HasSubstr("ip_info struct is NULL."));
+    EXPECT_THAT(test::printed_by([&] { EXPECT_EQ(file_wan_ip_save("/nowhere/wan", &info), 1); }),
+                HasSubstr("fopen is fail."));
+    EXPECT_THAT(test::printed_by([&] { EXPECT_EQ(file_wan_ip_save("/dev/full", &info), 1); }),
+                HasSubstr("fwrite is fail."));
+    EXPECT_THAT(test::printed_by([&] { file_get_ip_info_from_ini(nullptr, &info); }), HasSubstr("arg is null."));
+}
+
+TEST_F(Wan, SummarisesWanOne) {
+    store = {{"sys.mode", "3"}, {"wan1.ip", "10.1.1.2"}, {"wan1.gateway", "10.1.1.1"}, {"wan1.dns1", "1.1.1.1"}};
+    test::write_text("/etc/wan1.ini", "ip=10.7.7.2\nmask=255.0.0.0\n");
+    const struct {
+        const char *type;
+        int cable;
+        const char *running, *name;
+        int status;
+        const char *ip, *mask;
+    } cases[] = {
+        {"0", 1, "dhcpcd_wan1", "dhcp", 2, "10.7.7.2", "255.0.0.0"},
+        {"0", 1, "", "dhcp", 1, "as before", "as before"},
+        {"2", 1, "pppd_wan1", "pppoe", 2, "10.7.7.2", "255.0.0.0"},
+        {"1", 0, "", "static", 0, "10.1.1.2", "as before"},
+        {"1", 1, "", "static", 1, "as before", "as before"},
+        {"02", 0, "", "static", 0, "10.1.1.2", "as before"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(std::string(c.type) + " " + c.running);
+        store["wan1.connecttype"] = c.type;
+        cable = c.cable;
+        running = {c.running};
+        ip_info info{"as before", "as before", "as before", "as before", "as before"};
+        char name[8];
+        EXPECT_EQ(sysytem_get_route_wan_info(1, name, &info), c.status);
+        EXPECT_STREQ(name, c.name);
+        EXPECT_STREQ(info.ip, c.ip);
+        EXPECT_STREQ(info.mask, c.mask);
+    }
+    EXPECT_EQ(asked_port, 4);
+    EXPECT_EQ(sysytem_get_route_wan_info(1, nullptr, nullptr), 1);
+}
+
+}  // namespace
