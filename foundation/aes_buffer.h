@@ -17,7 +17,8 @@ constexpr size_t pad_of(size_t length) { return 16 - length % 16; }
 class SecretBlock {
 public:
     explicit SecretBlock(size_t size)
-        : bytes_(size > 0 && size <= INT_MAX ? static_cast<unsigned char *>(std::malloc(size)) : nullptr), size_(size) {}
+        : bytes_(size > 0 && size <= INT_MAX ? static_cast<unsigned char *>(std::malloc(size)) : nullptr),
+          size_(size) {}
     ~SecretBlock() {
         if (bytes_ != nullptr) explicit_bzero(bytes_, size_);
         std::free(bytes_);

@@ -7,6 +7,7 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include "apsupport/foundation.h"
@@ -103,22 +104,19 @@ std::string logged_by(const std::function<void()> &action) {
 TEST(AesBlock, MatchesThePublishedVectors) {
     const std::string plain = "00112233445566778899aabbccddeeff",
                       key = "000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f";
-    const struct {
-        int bits;
-        const char *cipher;
-    } cases[] = {{128, "69c4e0d86a7b0430d8cdb78070b4c55a"},
-                 {192, "dda97ca4864cdfe06eaf70a0ec0d7191"},
-                 {256, "8ea2b7ca516745bfeafc49904b496089"},
-                 {64, "00000000000000000000000000000000"}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.bits);
+    const std::pair<int, const char *> cases[] = {{128, "69c4e0d86a7b0430d8cdb78070b4c55a"},
+                                                  {192, "dda97ca4864cdfe06eaf70a0ec0d7191"},
+                                                  {256, "8ea2b7ca516745bfeafc49904b496089"},
+                                                  {64, "00000000000000000000000000000000"}};
+    for (const auto &[bits, cipher] : cases) {
+        SCOPED_TRACE(bits);
         aes_context context;
-        aes_set_key(&context, from_hex(key).data(), c.bits);
+        aes_set_key(&context, from_hex(key).data(), bits);
         Bytes block = from_hex(plain);
         aes_encrypt(&context, block.data(), block.data());
-        EXPECT_EQ(block, from_hex(c.cipher));
+        EXPECT_EQ(block, from_hex(cipher));
         aes_decrypt(&context, block.data(), block.data());
-        EXPECT_EQ(block, c.bits == 64 ? Bytes(16) : from_hex(plain));
+        EXPECT_EQ(block, bits == 64 ? Bytes(16) : from_hex(plain));
     }
 }
 

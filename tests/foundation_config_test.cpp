@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <string>
+#include <tuple>
 
 #include "apsupport/foundation.h"
 #include "tests/support/capture.h"
@@ -54,12 +55,7 @@ TEST_F(ConfigAccess, ReadsTextsAndTellsFoundFromMissing) {
 }
 
 TEST_F(ConfigAccess, ReadsNumbersAsFarAsTextsBeginLikeOne) {
-    const struct {
-        const char *text;
-        int as_int;
-        unsigned long long as_uint;
-        double as_double;
-    } cases[] = {
+    const std::tuple<const char *, int, unsigned long long, double> cases[] = {
         {"12abc", 12, 12, 12},
         {"abc", 0, 0, 0},
         {"", 0, 0, 0},
@@ -71,12 +67,12 @@ TEST_F(ConfigAccess, ReadsNumbersAsFarAsTextsBeginLikeOne) {
         {"000000000000000000012", 12, 1, 12},                       // one above 20 characters
         {"0000000000000000000000000000000000000000012", 12, 0, 1},  // one above 42
     };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.text);
-        store["number5"] = c.text;
-        EXPECT_EQ(prod_cfm_get_int_val("number%d", 5), c.as_int);
-        EXPECT_EQ(prod_cfm_get_uint_val("number%d", 5), c.as_uint);
-        EXPECT_EQ(prod_cfm_get_double_val("number%d", 5), c.as_double);
+    for (const auto &[text, as_int, as_uint, as_double] : cases) {
+        SCOPED_TRACE(text);
+        store["number5"] = text;
+        EXPECT_EQ(prod_cfm_get_int_val("number%d", 5), as_int);
+        EXPECT_EQ(prod_cfm_get_uint_val("number%d", 5), as_uint);
+        EXPECT_EQ(prod_cfm_get_double_val("number%d", 5), as_double);
     }
     EXPECT_EQ(prod_cfm_get_int_val("missing"), 0);
     EXPECT_EQ(prod_cfm_get_uint_val("missing"), 0U);

@@ -6,7 +6,9 @@
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/stat.h>
+#include <tuple>
 #include <unistd.h>
+#include <utility>
 
 #include "apsupport/foundation.h"
 #include "tests/support/capture.h"
@@ -73,10 +75,9 @@ TEST_F(DebugLog, PrintsNothingWithoutAModuleOrAFunction) {
 }
 
 TEST_F(DebugLog, EndsALineInExactlyOneLineFeed) {
-    const struct {
-        const char *message, *line;
-    } cases[] = {{"", "\n"}, {"\n\n\n", "\n"}, {"text", "text\n"}, {"text\n", "text\n"}, {"a\nb\n\n", "a\nb\n"}};
-    for (const auto &c : cases) EXPECT_EQ(printed_at(2, "rfo", c.message), error_line(c.line));
+    const std::pair<const char *, const char *> cases[] = {
+        {"", "\n"}, {"\n\n\n", "\n"}, {"text", "text\n"}, {"text\n", "text\n"}, {"a\nb\n\n", "a\nb\n"}};
+    for (const auto &[message, line] : cases) EXPECT_EQ(printed_at(2, "rfo", message), error_line(line));
 }
 
 TEST_F(DebugLog, CutsALineAtItsBuffer) {
@@ -92,18 +93,14 @@ TEST_F(DebugLog, CutsALineAtItsBuffer) {
 
 TEST_F(DebugLog, AppendsErrorsToTheirLogAndStartsOverAtTheLimit) {
     const std::string line = "0531 " + prefix + "broken\n";
-    const struct {
-        const char *what;
-        size_t size;
-        bool appends;
-    } cases[] = {
+    const std::tuple<const char *, size_t, bool> cases[] = {
         {"new", 0, true}, {"one byte below", 204799, true}, {"at the limit", 204800, false}, {"above", 204801, false}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.what);
-        const std::string old_text(c.size, 'o');
+    for (const auto &[what, size, appends] : cases) {
+        SCOPED_TRACE(what);
+        const std::string old_text(size, 'o');
         test::write_text(error_log, old_text);
         printed_at(2, "rfo", "broken");
-        EXPECT_TRUE(test::read_text(error_log) == (c.appends ? old_text : "") + line);
+        EXPECT_TRUE(test::read_text(error_log) == (appends ? old_text : "") + line);
     }
     set_dbg_level("rfo", 5);
     printed_at(3, "rfo", "not an error");

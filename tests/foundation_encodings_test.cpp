@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
+#include <tuple>
+#include <utility>
 
 #include "apsupport/foundation.h"
 
@@ -32,17 +34,14 @@ TEST(Hex, NeedsRoomForTwoDigitsAByteAndTheNul) {
 }
 
 TEST(Hex, ReadsPairsOfDigitsWithoutChecking) {
-    const struct {
-        const char *hex;
-        int size;
-        const char *bytes;
-    } cases[] = {{"61ff01", 4, "a\xff\x01"}, {"61FF", 3, "a\xff"}, {"615", 3, "aP"}, {"", 1, ""},
-                 {"61ff01", 3, nullptr},     {"", 0, nullptr}};
-    for (const auto &c : cases) {
-        Room room(c.size);
-        EXPECT_EQ(hex_to_str(c.hex, room.out(), c.size), c.bytes == nullptr ? nullptr : room.out()) << c.hex;
-        if (c.bytes != nullptr) {
-            EXPECT_STREQ(room.out(), c.bytes);
+    const std::tuple<const char *, int, const char *> cases[] = {{"61ff01", 4, "a\xff\x01"}, {"61FF", 3, "a\xff"},
+                                                                 {"615", 3, "aP"},           {"", 1, ""},
+                                                                 {"61ff01", 3, nullptr},     {"", 0, nullptr}};
+    for (const auto &[hex, size, bytes] : cases) {
+        Room room(size);
+        EXPECT_EQ(hex_to_str(hex, room.out(), size), bytes == nullptr ? nullptr : room.out()) << hex;
+        if (bytes != nullptr) {
+            EXPECT_STREQ(room.out(), bytes);
         }
     }
     Room two(2);
@@ -54,28 +53,24 @@ TEST(Hex, ReadsPairsOfDigitsWithoutChecking) {
 }
 
 TEST(Hash, AddsSignedBytesInThirtyTwoBits) {
-    const struct {
-        const char *text;
-        unsigned int hash;
-    } cases[] = {{"", 0},       {"\xC3", 4294967235U},    {"\xff\xff", 4294967164U},
-                 {"ab", 12805}, {"netctrl", 3783915032U}, {nullptr, 0}};
-    for (const auto &c : cases) EXPECT_EQ(bkdr_hash(c.text), c.hash);
+    const std::pair<const char *, unsigned int> cases[] = {
+        {"", 0},       {"\xC3", 4294967235U},    {"\xff\xff", 4294967164U},
+        {"ab", 12805}, {"netctrl", 3783915032U}, {nullptr, 0}};
+    for (const auto &[text, hash] : cases) EXPECT_EQ(bkdr_hash(text), hash);
 }
 
 TEST(MacText, GainsItsColonsInPlace) {
-    const struct {
-        const char *text;
-        std::string colons;
-    } cases[] = {{"0011aabbccdd", "00:11:aa:bb:cc:dd"},
-                 {"0011aabbcc", "00:11:aa:bb:cc:"},
-                 {"0011a", "00:11:a"},
-                 {"", ""},
-                 {"0011aabbccdd-and-some-more-of-it", "00:11:aa:bb:cc:dd-and-some-more"}};
-    for (const auto &c : cases) {
+    const std::pair<const char *, std::string> cases[] = {
+        {"0011aabbccdd", "00:11:aa:bb:cc:dd"},
+        {"0011aabbcc", "00:11:aa:bb:cc:"},
+        {"0011a", "00:11:a"},
+        {"", ""},
+        {"0011aabbccdd-and-some-more-of-it", "00:11:aa:bb:cc:dd-and-some-more"}};
+    for (const auto &[text, colons] : cases) {
         char mac[40];
-        std::strcpy(mac, c.text);
+        std::strcpy(mac, text);
         EXPECT_EQ(mac_str_32(mac), 1);
-        EXPECT_EQ(mac, c.colons);
+        EXPECT_EQ(mac, colons);
     }
     EXPECT_EQ(mac_str_32(nullptr), 0);
 }
@@ -96,20 +91,17 @@ TEST(ProdBase64, StopsDigitsAtTheSizeButNotThePadding) {
 }
 
 TEST(ProdBase64, DecodesUpToPaddingAndKeepsAByteForTheNul) {
-    const struct {
-        const char *text;
-        int size, result;
-        const char *decoded;
-    } cases[] = {{"YWJj", 4, 0, "abc"},    {"YWJj", 3, -1, nullptr},     {"YQ==", 2, 0, "a"},
-                 {"YQ==", 1, -1, nullptr}, {"YWI", 3, 0, "ab"},          {"", 1, 0, ""},
-                 {"=", 1, 0, ""},          {"YWJjZ", 5, 0, "abc"},       {"YW Jj", 9, -1, nullptr},
-                 {"YWJj=x", 4, 0, "abc"},  {"\xc3\xa4", 9, -1, nullptr}, {"YWJjYWJj", 6, -1, nullptr}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.text);
-        Room room(c.size);
-        EXPECT_EQ(prod_decode64(room.out(), c.text, c.size), c.result);
-        if (c.decoded != nullptr) {
-            EXPECT_STREQ(room.out(), c.decoded);
+    const std::tuple<const char *, int, int, const char *> cases[] = {
+        {"YWJj", 4, 0, "abc"},    {"YWJj", 3, -1, nullptr},     {"YQ==", 2, 0, "a"},
+        {"YQ==", 1, -1, nullptr}, {"YWI", 3, 0, "ab"},          {"", 1, 0, ""},
+        {"=", 1, 0, ""},          {"YWJjZ", 5, 0, "abc"},       {"YW Jj", 9, -1, nullptr},
+        {"YWJj=x", 4, 0, "abc"},  {"\xc3\xa4", 9, -1, nullptr}, {"YWJjYWJj", 6, -1, nullptr}};
+    for (const auto &[text, size, result, decoded] : cases) {
+        SCOPED_TRACE(text);
+        Room room(size);
+        EXPECT_EQ(prod_decode64(room.out(), text, size), result);
+        if (decoded != nullptr) {
+            EXPECT_STREQ(room.out(), decoded);
         }
     }
 }
@@ -136,21 +128,18 @@ TEST(KivraBase64, NeedsRoomForEachGroupAndTheNul) {
 }
 
 TEST(KivraBase64, DecodesAsAResolverDoes) {
-    const struct {
-        const char *text;
-        int size, result;
-        const char *decoded;
-    } cases[] = {{"YWJj", 3, 3, "abc"}, {"YWJj", 2, -1, ""},  {"Y\nW\tJ j\r", 3, 3, "abc"}, {" Y Q = = ", 1, 1, "a"},
-                 {"YWI=", 2, 2, "ab"},  {"YQ==", 1, 1, "a"},  {"YQ==", 0, -1, ""},          {"", 0, 0, ""},
-                 {"YQ=", 9, -1, ""},    {"YQ", 9, -1, ""},    {"YWI", 9, -1, ""},           {"Y===", 9, -1, ""},
-                 {"=", 9, -1, ""},      {"YWJj=", 9, -1, ""}, {"YWI==", 9, -1, ""},         {"YQ==YQ==", 9, -1, ""},
-                 {"YR==", 9, -1, ""},   {"YWJ=", 9, -1, ""},  {"YW\x0eJj", 9, -1, ""},      {"YW-j", 9, -1, ""}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.text);
-        Room room(c.size);
-        EXPECT_EQ(kivra_base64_decode(c.text, room.out(), c.size), c.result);
-        if (c.result > 0) {
-            EXPECT_EQ(room.written(c.result), c.decoded);
+    const std::tuple<const char *, int, int, const char *> cases[] = {
+        {"YWJj", 3, 3, "abc"}, {"YWJj", 2, -1, ""},  {"Y\nW\tJ j\r", 3, 3, "abc"}, {" Y Q = = ", 1, 1, "a"},
+        {"YWI=", 2, 2, "ab"},  {"YQ==", 1, 1, "a"},  {"YQ==", 0, -1, ""},          {"", 0, 0, ""},
+        {"YQ=", 9, -1, ""},    {"YQ", 9, -1, ""},    {"YWI", 9, -1, ""},           {"Y===", 9, -1, ""},
+        {"=", 9, -1, ""},      {"YWJj=", 9, -1, ""}, {"YWI==", 9, -1, ""},         {"YQ==YQ==", 9, -1, ""},
+        {"YR==", 9, -1, ""},   {"YWJ=", 9, -1, ""},  {"YW\x0eJj", 9, -1, ""},      {"YW-j", 9, -1, ""}};
+    for (const auto &[text, size, result, decoded] : cases) {
+        SCOPED_TRACE(text);
+        Room room(size);
+        EXPECT_EQ(kivra_base64_decode(text, room.out(), size), result);
+        if (result > 0) {
+            EXPECT_EQ(room.written(result), decoded);
         }
     }
     EXPECT_EQ(kivra_base64_decode("Y W J j Y Q==", nullptr, 0), 4);

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <sys/sysinfo.h>
 #include <sys/time.h>
+#include <tuple>
 #include <unistd.h>
 
 #include "apsupport/foundation.h"
@@ -168,23 +169,19 @@ TEST_F(Files, KeepWhatStandsBehindTheirNewBytes) {
 TEST(JsonMembers, AreReadByTypeOrGiveTheFallback) {
     const ap::UniqueJson json(cJSON_Parse(
         R"({"text":"t","empty":"","number":7.9,"flag":true,"ip":"10.0.0.1","bad":"300.1.1.1","null":null})"));
-    const struct {
-        const char *key, *text;
-        int number;
-        const char *ip;
-    } cases[] = {{"text", "t", -1, "fb"},
-                 {"empty", "", -1, ""},
-                 {"number", "fb", 7, "fb"},
-                 {"flag", "fb", -1, "fb"},
-                 {"ip", "10.0.0.1", -1, "10.0.0.1"},
-                 {"bad", "300.1.1.1", -1, "fb"},
-                 {"null", "fb", -1, "fb"},
-                 {"missing", "fb", -1, "fb"}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.key);
-        EXPECT_STREQ(cJSON_GetObjectStringValue(json.get(), c.key, "fb"), c.text);
-        EXPECT_EQ(cJSON_GetObjectNumberValue(json.get(), c.key, -1), c.number);
-        EXPECT_STREQ(cJSON_GetObjectIpValue(json.get(), c.key, "fb"), c.ip);
+    const std::tuple<const char *, const char *, int, const char *> cases[] = {{"text", "t", -1, "fb"},
+                                                                               {"empty", "", -1, ""},
+                                                                               {"number", "fb", 7, "fb"},
+                                                                               {"flag", "fb", -1, "fb"},
+                                                                               {"ip", "10.0.0.1", -1, "10.0.0.1"},
+                                                                               {"bad", "300.1.1.1", -1, "fb"},
+                                                                               {"null", "fb", -1, "fb"},
+                                                                               {"missing", "fb", -1, "fb"}};
+    for (const auto &[key, text, number, ip] : cases) {
+        SCOPED_TRACE(key);
+        EXPECT_STREQ(cJSON_GetObjectStringValue(json.get(), key, "fb"), text);
+        EXPECT_EQ(cJSON_GetObjectNumberValue(json.get(), key, -1), number);
+        EXPECT_STREQ(cJSON_GetObjectIpValue(json.get(), key, "fb"), ip);
     }
     EXPECT_EQ(cJSON_GetObjectStringValue(nullptr, "text", nullptr), nullptr);
     EXPECT_EQ(cJSON_GetObjectStringValue(json.get(), "text", nullptr),

@@ -6,6 +6,8 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <string>
+#include <tuple>
+#include <utility>
 
 #include "apsupport/foundation.h"
 #include "tests/support/capture.h"
@@ -37,23 +39,21 @@ TEST(Strings, ChangeCaseAndCharacters) {
 }
 
 TEST(Strings, TrimBothEnds) {
-    const struct {
-        const char *text, *left, *right, *both;
-    } cases[] = {{"  a b  ", "a b  ", "  a b", "a b"}, {"   ", "", "", ""}, {"", "", "", ""}, {"ab", "ab", "ab", "ab"}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.text);
-        EXPECT_EQ(changed(c.text, [](char *s) { EXPECT_EQ(str_trim_left(s, ' '), s); }), c.left);
-        EXPECT_EQ(changed(c.text, [](char *s) { EXPECT_EQ(str_trim_right(s, ' '), s); }), c.right);
-        EXPECT_EQ(changed(c.text, [](char *s) { EXPECT_EQ(str_trim(s, ' '), s); }), c.both);
+    const std::tuple<const char *, const char *, const char *, const char *> cases[] = {
+        {"  a b  ", "a b  ", "  a b", "a b"}, {"   ", "", "", ""}, {"", "", "", ""}, {"ab", "ab", "ab", "ab"}};
+    for (const auto &[text, left, right, both] : cases) {
+        SCOPED_TRACE(text);
+        EXPECT_EQ(changed(text, [](char *s) { EXPECT_EQ(str_trim_left(s, ' '), s); }), left);
+        EXPECT_EQ(changed(text, [](char *s) { EXPECT_EQ(str_trim_right(s, ' '), s); }), right);
+        EXPECT_EQ(changed(text, [](char *s) { EXPECT_EQ(str_trim(s, ' '), s); }), both);
     }
 }
 
 TEST(Strings, TakeZerosOffTheEndOfAFraction) {
-    const struct {
-        const char *text, *result;
-    } cases[] = {{"1.500", "1.5"}, {"2.000", "2"}, {"100", "100"},   {"0.0", "0"},
-                 {"0.", "0"},      {".0", ""},     {"1.05", "1.05"}, {"", ""}};
-    for (const auto &c : cases) EXPECT_EQ(changed(c.text, removeLastZero), c.result) << c.text;
+    const std::pair<const char *, const char *> cases[] = {{"1.500", "1.5"}, {"2.000", "2"}, {"100", "100"},
+                                                           {"0.0", "0"},     {"0.", "0"},    {".0", ""},
+                                                           {"1.05", "1.05"}, {"", ""}};
+    for (const auto &[text, result] : cases) EXPECT_EQ(changed(text, removeLastZero), result) << text;
 }
 
 TEST(Strings, CutAtASubstring) {
@@ -77,28 +77,22 @@ TEST(Strings, TellDigitsFromOthers) {
 }
 
 TEST(Strings, CountAndCompare) {
-    const struct {
-        const char *text;
-        int sections;
-    } cases[] = {{"a,b,c", 3}, {"abc", 0}, {",", 2}, {"", 0}};
-    for (const auto &c : cases) EXPECT_EQ(count_section_by_identifier(c.text, ','), c.sections) << c.text;
-    const struct {
-        int value, low, high, inside;
-    } ranges[] = {{-1, -1, 1, 1}, {1, -1, 1, 1}, {-2, -1, 1, 0},
-                  {2, -1, 1, 0},  {0, 1, -1, 0}, {INT_MIN, INT_MIN, INT_MAX, 1}};
-    for (const auto &r : ranges) EXPECT_EQ(integer_is_between(r.value, r.low, r.high), r.inside) << r.value;
+    const std::pair<const char *, int> cases[] = {{"a,b,c", 3}, {"abc", 0}, {",", 2}, {"", 0}};
+    for (const auto &[text, sections] : cases) EXPECT_EQ(count_section_by_identifier(text, ','), sections) << text;
+    const std::tuple<int, int, int, int> ranges[] = {{-1, -1, 1, 1}, {1, -1, 1, 1}, {-2, -1, 1, 0},
+                                                     {2, -1, 1, 0},  {0, 1, -1, 0}, {INT_MIN, INT_MIN, INT_MAX, 1}};
+    for (const auto &[value, low, high, inside] : ranges)
+        EXPECT_EQ(integer_is_between(value, low, high), inside) << value;
     EXPECT_STREQ(bool_to_string(-1), "true");
     EXPECT_STREQ(bool_to_string(0), "false");
 }
 
 TEST(Strings, FindWithinABound) {
-    const struct {
-        const char *hay, *needle;
-        size_t n;
-        int at;
-    } cases[] = {{"abcabc", "ca", 4, 2}, {"abcabc", "ca", 3, -1}, {"abc", "c", 99, 2}, {"abc", "abc", 3, 0},
-                 {"abc", "abc", 2, -1},  {"abc", "", 3, -1},      {"abc", "a", 0, -1}, {"aab", "ab", SIZE_MAX, 1}};
-    for (const auto &c : cases) EXPECT_EQ(strnstr(c.hay, c.needle, c.n), c.at < 0 ? nullptr : c.hay + c.at) << c.needle;
+    const std::tuple<const char *, const char *, size_t, int> cases[] = {
+        {"abcabc", "ca", 4, 2}, {"abcabc", "ca", 3, -1}, {"abc", "c", 99, 2}, {"abc", "abc", 3, 0},
+        {"abc", "abc", 2, -1},  {"abc", "", 3, -1},      {"abc", "a", 0, -1}, {"aab", "ab", SIZE_MAX, 1}};
+    for (const auto &[hay, needle, n, at] : cases)
+        EXPECT_EQ(strnstr(hay, needle, n), at < 0 ? nullptr : hay + at) << needle;
     EXPECT_EQ(strnstr("abc", nullptr, 3), nullptr);
 }
 
@@ -108,11 +102,10 @@ TEST(Strings, JoinAndReplaceIntoNewTexts) {
     EXPECT_EQ(take(str_join("a", "--")), "a");
     EXPECT_EQ(take(str_join("", "-")), "");
     EXPECT_EQ(take(str_join(nullptr, "-")), "(null)");
-    const struct {
-        const char *text, *from, *to, *result;
-    } cases[] = {{"a.b.", ".", "", "ab"}, {"aaa", "aa", "b", "ba"}, {"ab", "b", "bcd", "abcd"},
-                 {"ab", "x", "y", "ab"},  {"ab", "", "y", "ab"},    {"", "x", "y", ""}};
-    for (const auto &c : cases) EXPECT_EQ(take(str_replace(c.text, c.from, c.to)), c.result) << c.text;
+    const std::tuple<const char *, const char *, const char *, const char *> cases[] = {
+        {"a.b.", ".", "", "ab"}, {"aaa", "aa", "b", "ba"}, {"ab", "b", "bcd", "abcd"},
+        {"ab", "x", "y", "ab"},  {"ab", "", "y", "ab"},    {"", "x", "y", ""}};
+    for (const auto &[text, from, to, result] : cases) EXPECT_EQ(take(str_replace(text, from, to)), result) << text;
     EXPECT_EQ(str_replace("a", nullptr, "b"), nullptr);
 }
 

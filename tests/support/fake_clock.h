@@ -4,9 +4,9 @@
 //   EXPECT_EQ(systool_restore(), 0);              // sleeps of two seconds return at once
 //   EXPECT_EQ(clock.waits_ms(), (std::vector<int64_t>{2000}));
 //
-// A sleep returns at once and moves the clock on. poll, select, epoll_wait and condition variables give other threads and
-// processes 10 real milliseconds, socket time-outs 50; a wait that times out moves the clock on by its whole length.
-// Alarms and kernel timers keep real time. One FakeClock at a time.
+// A sleep returns at once and moves the clock on. poll, select, epoll_wait and condition variables give other threads
+// and processes 10 real milliseconds, socket time-outs 50; a wait that times out moves the clock on by its whole
+// length. Alarms and kernel timers keep real time. One FakeClock at a time.
 #pragma once
 
 #include <cstdint>

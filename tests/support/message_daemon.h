@@ -22,21 +22,19 @@ namespace test {
 
 inline std::string dialog(const std::string &address, const std::string &question) {
     std::string answer(16384, '\0');
-    const int got = ms_dialog(address.c_str(), question.data(), static_cast<int>(question.size()), answer.data(),
-                              static_cast<int>(answer.size()));
-    if (got < 0) return "failed";
-    answer.resize(static_cast<size_t>(got));
-    return answer;
+    const int got =
+        ms_dialog(address.c_str(), question.data(), static_cast<int>(question.size()), answer.data(), 16384);
+    return got < 0 ? "failed" : answer.substr(0, static_cast<size_t>(got));
 }
 
 // A socket connected to "unix:NAME" or to "tcp:...:PORT" on this machine, without the client side of the library.
 inline ap::UniqueFd connected_to(const std::string &address) {
     const std::string last_part = address.substr(address.rfind(':') + 1);
+    const bool is_local = address.starts_with("unix:");
     sockaddr_un local{AF_UNIX, {}};
     ap::copy_text(local.sun_path, "/var/socket/" + last_part);
-    sockaddr_in internet{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-    const bool is_local = address.starts_with("unix:");
-    if (!is_local) internet.sin_port = htons(static_cast<uint16_t>(std::stoi(last_part)));
+    const auto port = static_cast<uint16_t>(is_local ? 0 : std::stoi(last_part));
+    sockaddr_in internet{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
     ap::UniqueFd fd(socket(is_local ? AF_UNIX : AF_INET, SOCK_STREAM, 0));
     const auto *const to = is_local ? reinterpret_cast<sockaddr *>(&local) : reinterpret_cast<sockaddr *>(&internet);
     if (connect(fd.get(), to, is_local ? sizeof local : sizeof internet) != 0) fd.reset();
@@ -65,18 +63,14 @@ public:
         while (read(ends[0], &end_of_pipe, 1) > 0) {}
         close(ends[0]);
     }
-    ~MessageDaemon() { stop(); }
+    ~MessageDaemon() {
+        kill(child_, SIGKILL);
+        waitpid(child_, nullptr, 0);
+    }
     MessageDaemon(const MessageDaemon &) = delete;
     MessageDaemon &operator=(const MessageDaemon &) = delete;
 
     pid_t pid() const { return child_; }
-    bool is_alive() const { return waitpid(child_, nullptr, WNOHANG) == 0; }
-    void stop() {
-        if (child_ <= 0) return;
-        kill(child_, SIGKILL);
-        waitpid(child_, nullptr, 0);
-        child_ = -1;
-    }
     std::string log() const { return read_text(log_); }
     int lines_with(const std::string &text) const {
         const std::string all = log();
