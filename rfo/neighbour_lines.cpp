@@ -115,15 +115,24 @@ UniqueFile open_neighbour_file() {
     return file;
 }
 
+// The next line without its end; a longer one is cut, and its rest passed over.
+bool next_line(FILE *file, char (&line)[line_size]) {
+    if (std::fgets(line, sizeof line, file) == nullptr) return false;
+    const size_t length = std::strcspn(line, "\r\n");
+    if (line[length] == '\0' && length == sizeof line - 1)
+        for (int c = std::fgetc(file); c != EOF && c != '\n'; c = std::fgetc(file)) {}
+    line[length] = '\0';
+    return true;
+}
+
 }  // namespace
 
 int rfo_get_neighbour_ap_from_port_file(GrowingArray<NeighbourNote> &notes) {
     const UniqueFile file = open_neighbour_file();
     if (!file) return rfo_failure;
     char line[line_size];
-    while (notes.size() < most_neighbours && std::fgets(line, sizeof line, file.get()) != nullptr) {
+    while (notes.size() < most_neighbours && next_line(file.get(), line)) {
         NeighbourNote note;
-        line[std::strcspn(line, "\r\n")] = '\0';
         if (parse_line(line, note) && !is_known(notes, note) && !notes.append(note)) return rfo_failure;
     }
     return rfo_success;

@@ -28,6 +28,9 @@ bool take_flag(Words &words, const std::string &flag);
 // Takes "OPTION VALUE" out of the words; true when it was there. A missing value leaves `value` empty.
 bool take_option(Words &words, const std::string &option, std::string &value);
 
+// True in a device box; otherwise prints that the verb changes a device only there, on standard error.
+bool in_device_box(const char *verb);
+
 // A table for people: columns as wide as their longest cell, the first row the heading.
 void print_table(const std::vector<std::vector<std::string>> &rows);
 

@@ -76,10 +76,11 @@ std::vector<StorePlan::Change> plan_move(const Network &from, const Network &to)
     check_change_lanip_handle(to.ip_text().c_str(), to.mask_text().c_str(), from.ip_text().c_str(),
                               from.mask_text().c_str());
     const int pools = std::min(ap::config_number("dhcps.listnum"), most_pools);
-    for (int pool = 1; pool <= pools; ++pool)
-        if (is_pool_of(pool, from))
-            check_lanip_change_sync_dhcps(htonl(to.ip), htonl(to.mask), htonl(from.ip), htonl(from.mask),
-                                          static_cast<unsigned int>(pool));
+    for (int pool = 1; pool <= pools; ++pool) {
+        if (!is_pool_of(pool, from)) continue;
+        check_lanip_change_sync_dhcps(htonl(to.ip), htonl(to.mask), htonl(from.ip), htonl(from.mask),
+                                      static_cast<unsigned int>(pool));
+    }
     prod_cfm_set_val("lan.ip", to.ip_text().c_str());
     prod_cfm_set_val("lan.mask", to.mask_text().c_str());
     return plan.changes();
@@ -130,8 +131,7 @@ int move(Words words) {
         return std::fputs("apctl lan: \"lan.ip\" and \"lan.mask\" hold no address\n", stderr), exit_failed;
     to = from;
     if (!read_network(words[0], to)) return usage_error("lan", "\"" + words[0] + "\" is no address");
-    if (!dry_run && access("/.apbox", F_OK) != 0)
-        return std::fputs("apctl lan: moves the LAN only in a device box (apbox run)\n", stderr), exit_failed;
+    if (!dry_run && !in_device_box("lan")) return exit_failed;
 
     LibraryLines lines;
     const std::string fault = obstacle(to);

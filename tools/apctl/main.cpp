@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 #include "tools/apctl/command.h"
@@ -30,7 +31,8 @@ bool asks_for_help(const std::string &word) { return word == "--help" || word ==
 Verb::Verb(const char *verb_name, const char *verb_summary, const char *verb_help, int (*verb_run)(const Words &words))
     : name(verb_name), summary(verb_summary), help(verb_help), run(verb_run) {
     auto &all = verbs();
-    all.insert(std::ranges::find_if(all, [&](const Verb *other) { return std::string(other->name) > verb_name; }), this);
+    all.insert(std::ranges::find_if(all, [&](const Verb *other) { return std::string(other->name) > verb_name; }),
+               this);
 }
 
 int usage_error(const char *verb, const std::string &message) {
@@ -52,6 +54,12 @@ bool take_option(Words &words, const std::string &option, std::string &value) {
     value = behind == words.end() ? std::string() : *behind;
     words.erase(found, behind == words.end() ? behind : behind + 1);
     return true;
+}
+
+bool in_device_box(const char *verb) {
+    if (access("/.apbox", F_OK) == 0) return true;
+    std::fprintf(stderr, "apctl %s: only in a device box (apbox run -- ...)\n", verb);
+    return false;
 }
 
 void print_table(const std::vector<std::vector<std::string>> &rows) {
