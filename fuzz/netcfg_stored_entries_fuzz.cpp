@@ -47,7 +47,8 @@ static void replace_field(const std::string &text) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    const std::string text(std::string(reinterpret_cast<const char *>(data), std::min<size_t>(size, 2307)).c_str());
+    std::string text(reinterpret_cast<const char *>(data), std::min<size_t>(size, 2307));
+    text.resize(std::strlen(text.c_str()));
     store = {{"wans.flag", "1"},
              {"wan1.dmzip", text},
              {"lan.webip", text},

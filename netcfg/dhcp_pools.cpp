@@ -30,6 +30,7 @@ struct Pool {
 bool read_pool(const char *entry, Pool &pool) {
     constexpr int pool_fields = 9;
     static_assert(config_value_size == 2307 + 1 && address_text_size == 15 + 1, "the widths of the pattern");
+    // NOLINTNEXTLINE(cert-err34-c): the number is written back as it was read
     const int fields = std::sscanf(
         entry, "%d;%2307[^;];%15[0-9.];%15[0-9.];%15[0-9.];%15[0-9.];%2307[^;];%15[0-9.];%15[0-9.]", &pool.number,
         pool.label, pool.start, pool.end, pool.gateway, pool.mask, pool.lease_time, pool.dns1, pool.dns2);
@@ -119,6 +120,7 @@ void sys_change_dhcps_cfglist(void) {
         length += copy_text(entry + length, sizeof entry - length, ";");
         length += copy_text(entry + length, sizeof entry - length, ConfigValue(key).view());
     }
+    if (length + 1 == sizeof entry) return AP_PLATFORM_LOG(2, platform_log_module, "the pool's settings are too long.");
     SetValue("dhcps.list1", entry);
     SetValue("dhcps.listnum", "1");
 }

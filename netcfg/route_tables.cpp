@@ -15,7 +15,7 @@ namespace ap {
 
 namespace {
 
-static_assert(sizeof(route_entry) == 4 * 16 + 4 && offsetof(route_entry, metric) == 4 * 16);
+static_assert(sizeof(route_entry) == 16 + 16 + 16 + 16 + 4 && offsetof(route_entry, metric) == 16 + 16 + 16 + 16);
 
 constexpr char static_route_path[] = "/var/static_route";
 constexpr size_t line_size = 256;

@@ -18,7 +18,7 @@ namespace ap {
 
 namespace {
 
-static_assert(sizeof(ip_info) == 5 * 16);
+static_assert(sizeof(ip_info) == 16 + 16 + 16 + 16 + 16);
 
 constexpr int wans = 4;
 

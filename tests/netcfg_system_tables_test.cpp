@@ -49,15 +49,17 @@ protected:
     static void TearDownTestSuite() { run("ip link del tslan"); }
     void SetUp() override { static_routes = nullptr; }
 
+    static std::string shown(const route_entry &r) {
+        return std::string(r.destination) + " " + r.mask + " " + r.gateway + " " + r.ifname + " " +
+               std::to_string(r.metric);
+    }
     static std::vector<std::string> routes(int max) {
         std::vector<route_entry> list(static_cast<size_t>(max) + 1);
         for (auto &route : list) route.metric = -7;
         EXPECT_EQ(file_get_route_table_list(list.data(), max), 0);
         std::vector<std::string> texts;
-        for (const auto &r : list)
-            texts.push_back(r.destination[0] == '\0' ? ""
-                                                     : std::string(r.destination) + " " + r.mask + " " + r.gateway +
-                                                           " " + r.ifname + " " + std::to_string(r.metric));
+        texts.reserve(list.size());
+        for (const auto &r : list) texts.push_back(r.destination[0] == '\0' ? "" : shown(r));
         return texts;
     }
 };
@@ -79,28 +81,27 @@ TEST_F(SystemTables, ListsTheKernelsRoutesThenTheStaticOnes) {
 }
 
 TEST_F(SystemTables, ReadsStaticRoutesOfOddForms) {
-    const std::string longest = "10.9.0.0/16 via 10.0.0.1 dev eth1" + std::string(300, ' ') + "\n";
+    const std::string one = "10.0.0.0 ", longest = "10.0.0.0/16 via 10.0.0.1 dev eth1" + std::string(300, ' ') + "\n";
     const struct {
         const char *what;
         std::string lines;
         std::vector<std::string> expected;
     } cases[] = {
-        {"prefixes",
-         "10.0.0.0/0 dev eth1\n10.0.0.0/1 dev eth1\n10.0.0.0/32 dev eth1\n10.0.0.0/33 dev eth1\n",
-         {"10.0.0.0 255.255.255.255 0.0.0.0 eth1", "10.0.0.0 128.0.0.0 0.0.0.0 eth1",
-          "10.0.0.0 255.255.255.255 0.0.0.0 eth1", "10.0.0.0 128.0.0.0 0.0.0.0 eth1"}},
-        {"no prefix number", "10.0.0.0/ via 10.0.0.1\n", {"10.0.0.0 255.255.255.255 10.0.0.1 "}},
+        {"full masks",
+         "10.0.0.0/0 dev eth1\n10.0.0.0/32 dev eth1\n",
+         {one + "255.255.255.255 0.0.0.0 eth1", one + "255.255.255.255 0.0.0.0 eth1"}},
+        {"1 and 33",
+         "10.0.0.0/1 dev eth1\n10.0.0.0/33 dev eth1\n",
+         {one + "128.0.0.0 0.0.0.0 eth1", one + "128.0.0.0 0.0.0.0 eth1"}},
+        {"no prefix number", "10.0.0.0/ via 10.0.0.1\n", {one + "255.255.255.255 10.0.0.1 "}},
         {"default", "default via 10.0.0.1 dev eth1 \n", {"default 255.255.255.255 10.0.0.1 eth1"}},
-        {"a word too long",
-         "10.0.0.0/8 dev an_interface_with_a_name\n",
-         {"10.0.0.0 255.0.0.0 0.0.0.0 an_interface_wi"}},
-        {"nothing behind", "10.0.0.0/8 dev eth1 via", {"10.0.0.0 255.0.0.0 0.0.0.0 eth1"}},
+        {"a long word", "10.0.0.0/8 dev an_interface_with_a_name\n", {one + "255.0.0.0 0.0.0.0 an_interface_wi"}},
+        {"nothing behind", "10.0.0.0/8 dev eth1 via", {one + "255.0.0.0 0.0.0.0 eth1"}},
         {"15 characters end it", "10.0.0.1 dev e1\n10.0.0.0/8 dev eth1\n", {}},
-        {"16 do not", "10.0.0.1 dev et1\n10.0.0.1 dev e1\n", {"10.0.0.1 255.255.255.255 0.0.0.0 et1"}},
+        {"16 do not", "10.0.0.0 dev et1\n10.0.0.1 dev e1\n", {one + "255.255.255.255 0.0.0.0 et1"}},
         {"an overlong line comes in pieces",
          longest + "10.0.0.0/8 dev eth1\n",
-         {"10.9.0.0 255.255.0.0 10.0.0.1 eth1", "", "10.0.0.0 255.0.0.0 0.0.0.0 eth1"}},
-    };
+         {one + "255.255.0.0 10.0.0.1 eth1", "", one + "255.0.0.0 0.0.0.0 eth1"}}};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
         static_routes = c.lines.c_str();

@@ -13,6 +13,7 @@
 
 #include "applatform/flash.h"
 #include "foundation/byte_order.h"
+#include "foundation/owned.h"
 
 namespace apctl::image {
 
@@ -116,18 +117,23 @@ uint32_t checksum_of(const void *bytes, size_t size) {
     return static_cast<uint32_t>(crc32(0, static_cast<const unsigned char *>(bytes), static_cast<unsigned int>(size)));
 }
 
+void print_json(const cJSON *json) {
+    const ap::HeapPtr<char> text(cJSON_Print(json));
+    if (text) std::puts(text.get());
+}
+
 std::string hex(uint32_t value) {
     char text[2 + 8 + 1];
     std::snprintf(text, sizeof text, "0x%08x", value);
     return text;
 }
 
-bool take_number(Words &words, const std::string &option, uint64_t largest, uint64_t &number) {
+bool take_number(Words &words, const std::string &option, uint32_t &number) {
     std::string text;
     if (!take_option(words, option, text)) return true;
     const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error == std::errc() && stop == text.data() + text.size() && number <= largest) return true;
-    return usage_error(verb, option + " takes a number up to " + std::to_string(largest)), false;
+    if (error == std::errc() && stop == text.data() + text.size() && number <= INT32_MAX) return true;
+    return usage_error(verb, option + " takes a number"), false;
 }
 
 bool read_image(const std::string &file, size_t offset, Image &image) {

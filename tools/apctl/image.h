@@ -1,6 +1,7 @@
 // image.h: what the parts of `apctl image` share.
 #pragma once
 
+#include <cjson/cJSON.h>
 #include <cstdint>
 #include <string>
 
@@ -24,11 +25,14 @@ struct Image {
 // Reads the image that the words name ("FILE", "--offset N" taken out before). False after a message.
 bool read_image(const std::string &file, size_t offset, Image &image);
 
-// Takes "OPTION NUMBER" out of the words; a missing option leaves `number`. False when it is no number up to `largest`.
-bool take_number(Words &words, const std::string &option, uint64_t largest, uint64_t &number);
+// Takes "OPTION NUMBER" out of the words; a missing option leaves `number`. False, after a message, when it is no
+// number that an int can hold.
+bool take_number(Words &words, const std::string &option, uint32_t &number);
 
 uint32_t checksum_of(const void *bytes, size_t size);
 std::string hex(uint32_t value);  // "0x" and eight digits
+
+void print_json(const cJSON *json);
 
 int make(Words words);
 int info(Words words);

@@ -92,29 +92,29 @@ std::string checksum_reason(const Image &image) {
            hex(checksum_of(image.payload(), image.payload_size()));
 }
 
-std::vector<Check> run_checks(const std::string &file, const Image &image) {
-    std::vector<Check> checks;
-    const int offset = static_cast<int>(image.offset), size = static_cast<int>(image.size());
-    int type = 0, all = 0;
-    const auto add = [&](const char *name, int result, bool passed, const std::string &reason) {
-        checks.push_back({name, result, passed, reason});
-    };
+std::string verdict_reason(int result, int type) {
+    if (result == 0) return "accepted";
+    const bool is_other_image = type > 0 && type != FW_TYPE_KERNEL_IMAGE;
+    return is_other_image ? "only a kernel image can be flashed" : "refused";
+}
+
+// Each check that the type allows, and at the end what an upgrade would say.
+std::vector<Check> run_checks(const std::string &path, const Image &image) {
     const Silence silence;
-    type = check_fw_type_ap(file.c_str(), offset);
-    add("type", type, type > 0, type_reason(image));
+    const char *file = path.c_str();
+    const int offset = static_cast<int>(image.offset), size = static_cast<int>(image.size());
+    int type = check_fw_type_ap(file, offset);
+    std::vector<Check> checks{{"type", type, type > 0, type_reason(image)}};
     if (type > 0) {
-        const int product = check_fw_valid_ap(type, file.c_str(), offset);
-        add("product", product, product > 0, product_reason(image));
-        const int fits = check_mtd_size_ap(type, file.c_str(), static_cast<unsigned int>(size));
-        add("size", fits, fits > 0, size_reason(image, type));
-        const int checksum = check_fw_crc_ap(type, file.c_str(), offset, size);
-        add("checksum", checksum, checksum > 0, checksum_reason(image));
+        const int product = check_fw_valid_ap(type, file, offset);
+        const int fits = check_mtd_size_ap(type, file, static_cast<unsigned int>(size));
+        const int checksum = check_fw_crc_ap(type, file, offset, size);
+        checks.push_back({"product", product, product > 0, product_reason(image)});
+        checks.push_back({"size", fits, fits > 0, size_reason(image, type)});
+        checks.push_back({"checksum", checksum, checksum > 0, checksum_reason(image)});
     }
-    all = flash_check_fw_type_and_crc_ap(file.c_str(), offset, size, &type);
-    add("upgrade", all, all == 0,
-        all == 0                                   ? "accepted"
-        : type > 0 && type != FW_TYPE_KERNEL_IMAGE ? "only a kernel image can be flashed"
-                                                   : "refused");
+    const int all = flash_check_fw_type_and_crc_ap(file, offset, size, &type);
+    checks.push_back({"upgrade", all, all == 0, verdict_reason(all, type)});
     return checks;
 }
 
@@ -131,8 +131,7 @@ void print_checks(const std::vector<Check> &checks, bool as_json) {
         cJSON_AddItemToArray(json.get(), item);
     }
     if (!as_json) return print_table(rows);
-    const ap::HeapPtr<char> text(cJSON_Print(json.get()));
-    std::puts(text.get());
+    print_json(json.get());
 }
 
 // Draws how far the upgrade is, from what the library prints: erasing is the first half, writing the second.
@@ -158,7 +157,8 @@ private:
     void take_line() {
         if (line_.starts_with("Erasing")) {
             const size_t number = line_.find("-- ");
-            if (number != std::string::npos) draw("erasing", std::atoi(line_.c_str() + number + 3) / 2);
+            if (number != std::string::npos)
+                draw("erasing", static_cast<int>(std::strtol(line_.c_str() + number + 3, nullptr, 10) / 2));
         } else if (line_.starts_with("write :")) {
             const auto written = std::strtoull(line_.c_str() + 7, nullptr, 16);
             draw("writing", 50 + static_cast<int>(std::min<uint64_t>(written, size_) * 50 / size_));
@@ -253,8 +253,7 @@ void print_banks(const model::BootView &view, bool as_json) {
     cJSON_AddStringToObject(json.get(), "running", bank_name(view.running).c_str());
     cJSON_AddStringToObject(json.get(), "boots_next", bank_name(view.boots).c_str());
     if (!as_json) return print_table(rows);
-    const ap::HeapPtr<char> text(cJSON_Print(json.get()));
-    std::puts(text.get());
+    print_json(json.get());
 }
 
 bool in_box() { return access("/.apbox", F_OK) == 0; }
@@ -263,8 +262,8 @@ bool in_box() { return access("/.apbox", F_OK) == 0; }
 
 int check(Words words) {
     const bool as_json = take_flag(words, "--json");
-    uint64_t offset = 0;
-    if (!take_number(words, "--offset", INT32_MAX, offset)) return exit_usage;
+    uint32_t offset = 0;
+    if (!take_number(words, "--offset", offset)) return exit_usage;
     if (words.size() != 1) return usage_error(verb, "check takes an image's file");
     Image image;
     if (!read_image(words[0], offset, image)) return exit_failed;
@@ -274,9 +273,8 @@ int check(Words words) {
 }
 
 int flash(Words words) {
-    uint64_t offset = 0, cut_at = 0;
-    if (!take_number(words, "--offset", INT32_MAX, offset) || !take_number(words, "--power-cut", INT32_MAX, cut_at))
-        return exit_usage;
+    uint32_t offset = 0, cut_at = 0;
+    if (!take_number(words, "--offset", offset) || !take_number(words, "--power-cut", cut_at)) return exit_usage;
     if (words.size() != 1) return usage_error(verb, "flash takes an image's file");
     if (!in_box())
         return std::fputs("apctl image flash: only in a device box (apbox run -- ...)\n", stderr), exit_failed;
@@ -290,7 +288,7 @@ int flash(Words words) {
         std::printf("refused with %d: %s: %s\n", checks.back().result, failed->name, failed->reason.c_str());
         return unlink(copy.c_str()), exit_failed;
     }
-    if (cut_at != 0) model::arm({.action = model::Action::cut_power, .nth = static_cast<uint32_t>(cut_at)});
+    if (cut_at != 0) model::arm({.action = model::Action::cut_power, .nth = cut_at});
     return tell_outcome(run_upgrade(copy, image));
 }
 
@@ -301,10 +299,10 @@ int banks(Words words) {
     if (init && !model::power_on(error))
         return std::fprintf(stderr, "apctl image banks: %s\n", error.c_str()), exit_failed;
     model::BootView view;
-    if (!model::look_at_banks(view))
-        return std::fputs("apctl image banks: no virtual flash here; it is in a device box (apbox run -- ...)\n",
-                          stderr),
-               exit_failed;
+    if (!model::look_at_banks(view)) {
+        std::fputs("apctl image banks: no virtual flash here; it is in a device box (apbox run -- ...)\n", stderr);
+        return exit_failed;
+    }
     return print_banks(view, as_json), exit_ok;
 }
 

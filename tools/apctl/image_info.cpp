@@ -102,23 +102,22 @@ Fields head_fields(const Image &image) {
     };
 }
 
-void print_json(const Fields &fields) {
+void print_fields(const Fields &fields) {
     const ap::UniqueJson json(cJSON_CreateObject());
     for (const auto &field : fields) {
         cJSON *item = cJSON_AddObjectToObject(json.get(), field.name.c_str());
         cJSON_AddStringToObject(item, "value", field.value.c_str());
         if (!field.note.empty()) cJSON_AddStringToObject(item, "note", field.note.c_str());
     }
-    const ap::HeapPtr<char> text(cJSON_Print(json.get()));
-    std::puts(text.get());
+    print_json(json.get());
 }
 
 }  // namespace
 
 int info(Words words) {
     const bool as_json = take_flag(words, "--json");
-    uint64_t offset = 0;
-    if (!take_number(words, "--offset", INT32_MAX, offset)) return exit_usage;
+    uint32_t offset = 0;
+    if (!take_number(words, "--offset", offset)) return exit_usage;
     if (words.size() != 1) return usage_error(verb, "info takes an image's file");
     Image image;
     if (!read_image(words[0], offset, image)) return exit_failed;
@@ -128,7 +127,7 @@ int info(Words words) {
     Fields fields = header_fields(image);
     if (ap::be32(image.header.magic) == ap::kernel_magic && image.payload_size() >= sizeof image.head)
         std::ranges::copy(head_fields(image), std::back_inserter(fields));
-    if (as_json) return print_json(fields), exit_ok;
+    if (as_json) return print_fields(fields), exit_ok;
     std::vector<std::vector<std::string>> rows;
     for (const auto &field : fields) rows.push_back({field.name, field.value, field.note});
     return print_table(rows), exit_ok;

@@ -21,9 +21,9 @@ constexpr char help[] =
     "       apctl lan conflicts ADDRESS/MASK [--json]\n"
     "       apctl lan client MAC\n\n"
     "move       gives the LAN the address NEW and moves every stored rule that names a LAN host, the LAN's DHCP pools\n"
-    "           and the static leases with it: hosts keep their number. --dry-run only shows what would change, old "
-    "and\n"
-    "           new line by line; without it the changes are stored and committed, all or none; the services\n"
+    "           and the static leases with it: hosts keep their number. --dry-run only shows what would change, line "
+    "by\n"
+    "           line, old and new; without it the changes are stored and committed, all or none. The services\n"
     "           take them at their next start. Only in a device box.\n"
     "           --colour colours the lines also when they do not go to a terminal.\n"
     "conflicts  lists the subnets that the device serves and marks those that overlap; exit status 1 when one does,\n"
@@ -126,12 +126,12 @@ int move(Words words) {
     const bool dry_run = take_flag(words, "--dry-run"), json = take_flag(words, "--json");
     const bool coloured = take_flag(words, "--colour") || isatty(STDOUT_FILENO) != 0;
     if (words.size() != 1) return usage_error("lan", "move takes one address");
+    if (!dry_run && !in_device_box("lan")) return exit_failed;
     Network from, to;
     if (!read_lan(from))
         return std::fputs("apctl lan: \"lan.ip\" and \"lan.mask\" hold no address\n", stderr), exit_failed;
     to = from;
     if (!read_network(words[0], to)) return usage_error("lan", "\"" + words[0] + "\" is no address");
-    if (!dry_run && !in_device_box("lan")) return exit_failed;
 
     LibraryLines lines;
     const std::string fault = obstacle(to);

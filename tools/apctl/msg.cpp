@@ -49,10 +49,8 @@ std::string fault_of(const std::string &address) {
     const std::string scheme = address.substr(0, scheme_end);
     const std::string rest = scheme_end == std::string::npos ? "" : address.substr(scheme_end + 1);
     if (scheme == "netlink") return is_number(rest, 255) ? "" : "a netlink address is netlink:PROTOCOL";
-    if (scheme == "unix")
-        return !rest.empty() && rest.size() <= 63 && rest.find(':') == std::string::npos
-                   ? ""
-                   : "a unix address is unix:NAME, with at most 63 characters and no \":\"";
+    const bool is_name = !rest.empty() && rest.size() <= 63 && rest.find(':') == std::string::npos;
+    if (scheme == "unix") return is_name ? "" : "a unix address is unix:NAME, at most 63 characters without \":\"";
     if (scheme != "tcp" && scheme != "udp") return "an address begins with tcp:, udp:, unix: or netlink:";
     const size_t colon = rest.find(':');
     const std::string ip = rest.substr(0, colon);

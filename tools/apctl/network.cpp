@@ -5,11 +5,11 @@
 #include <arpa/inet.h>
 #include <bit>
 #include <cstdio>
-#include <cstdlib>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include "foundation/file_io.h"
+#include "foundation/text.h"
 
 namespace apctl {
 
@@ -32,9 +32,9 @@ bool read_mask(const std::string &text, uint32_t &mask) {
     if (text.find('.') != std::string::npos)
         return read_dotted(text, mask) && std::countl_one(mask) + std::countr_zero(mask) >= 32;
     if (text.empty() || text.size() > 2 || text.find_first_not_of("0123456789") != std::string::npos) return false;
-    const int prefix = std::atoi(text.c_str());
-    if (prefix > 32) return false;
-    mask = prefix == 0 ? 0 : UINT32_MAX << (32 - prefix);
+    const int prefix = ap::to_int(text.c_str());
+    if (prefix < 0 || prefix > 32) return false;
+    mask = prefix == 0 ? 0 : UINT32_MAX << static_cast<unsigned int>(32 - prefix);
     return true;
 }
 

@@ -1,9 +1,9 @@
 // syslog.cpp: `apctl syslog`: the newest lines of the system log as a table.
 
 #include <cstdio>
-#include <cstdlib>
 
 #include "apsupport/product.h"
+#include "foundation/text.h"
 #include "tools/apctl/network.h"
 
 namespace {
@@ -23,7 +23,7 @@ bool take_number(Words &words, const char *option, int least, int most, int &num
     std::string text;
     if (!take_option(words, option, text)) return true;
     if (text.empty() || text.size() > 6 || text.find_first_not_of("0123456789") != std::string::npos) return false;
-    number = std::atoi(text.c_str());
+    number = ap::to_int(text.c_str());
     return number >= least && number <= most;
 }
 
