@@ -126,8 +126,12 @@ void serve_plainly(const Endpoint &endpoint, Style style) {
     const bool datagrams = endpoint.type == SOCK_DGRAM;
     if (!datagrams) listen(server, 5);
     if (style == Style::configured) serve_by_events(server, datagrams);
-    while (datagrams) answer_datagram(server, style);
-    for (;;) answer_connection(connection_from(server, style), style);
+    for (;;) {
+        if (datagrams)
+            answer_datagram(server, style);
+        else
+            answer_connection(connection_from(server, style), style);
+    }
 }
 
 int ask_plainly(const Endpoint &endpoint, Style style, char *answer, size_t size) {
@@ -135,8 +139,7 @@ int ask_plainly(const Endpoint &endpoint, Style style, char *answer, size_t size
     configure(fd, style);
     if (endpoint.type == SOCK_DGRAM) {
         sendto(fd, message, message_length, 0, address_of(endpoint), endpoint.length);
-    } else {
-        connect(fd, address_of(endpoint), endpoint.length);
+    } else if (connect(fd, address_of(endpoint), endpoint.length) == 0) {
         send(fd, message, message_length, MSG_NOSIGNAL);
     }
     const auto got = recv(fd, answer, size, 0);

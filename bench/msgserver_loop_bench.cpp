@@ -102,7 +102,7 @@ BENCHMARK(TimerMap)->Unit(benchmark::kMillisecond);
 int main(int argc, char **argv) {
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = std::max<rlim_t>(limit.rlim_cur, std::min<rlim_t>(limit.rlim_max, 2 * idle_connections));
+    limit.rlim_cur = std::max<rlim_t>(limit.rlim_cur, std::min<rlim_t>(limit.rlim_max, rlim_t{2} * idle_connections));
     setrlimit(RLIMIT_NOFILE, &limit);
     start_daemon("unix:none_idle");
     start_daemon("unix:many_idle");

@@ -39,7 +39,7 @@ void ImageChecksum(benchmark::State &state) {
     for (auto _ : state) {
         if (check_fw_crc_ap(FW_TYPE_KERNEL_IMAGE, path, 0, static_cast<int>(size)) != 1) state.SkipWithError("wrong");
     }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * size));
+    state.SetBytesProcessed(state.iterations() * state.range(0));
 }
 
 void MappedZlib(benchmark::State &state) {
@@ -53,7 +53,7 @@ void MappedZlib(benchmark::State &state) {
         benchmark::DoNotOptimize(crc32(0, payload, length));
         munmap(bytes, size);
     }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * size));
+    state.SetBytesProcessed(state.iterations() * state.range(0));
 }
 
 BENCHMARK(ImageChecksum)->Arg(65)->Arg(4096)->Arg(1 << 20)->Arg(32 << 20)->Unit(benchmark::kMicrosecond);

@@ -1,6 +1,6 @@
-// platform_config_import_fuzz.cpp: reads any bytes as a configuration file. What is taken in must be what SetValue would
-// take, must come back unchanged from the lines and from the image that it is written to, and every line that says
-// something must be taken in or named.
+// platform_config_import_fuzz.cpp: reads any bytes as a configuration file. What is taken in must be what SetValue
+// would take, must come back unchanged from the lines and from the image that it is written to, and every line that
+// says something must be taken in or named.
 
 #include <algorithm>
 #include <cstdint>

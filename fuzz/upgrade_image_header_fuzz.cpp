@@ -20,7 +20,9 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-uint32_t big_endian(const uint8_t *word) { return uint32_t{word[0]} << 24 | word[1] << 16 | word[2] << 8 | word[3]; }
+uint32_t big_endian(const uint8_t *word) {
+    return uint32_t{word[0]} << 24 | uint32_t{word[1]} << 16 | uint32_t{word[2]} << 8 | word[3];
+}
 
 int plain_type(const uint8_t *header) {
     const uint32_t magic = big_endian(header);

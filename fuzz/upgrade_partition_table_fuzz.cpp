@@ -61,7 +61,7 @@ std::string plain_name(const std::vector<std::string> &pieces) {
     for (size_t i = 1; i < pieces.size(); ++i) {
         const size_t quote = pieces[i].find('"');
         if (quote == 0 || quote == std::string::npos) continue;
-        const std::string name = pieces[i].substr(quote + 1, pieces[i].find('"', quote + 1) - quote - 1);
+        std::string name = pieces[i].substr(quote + 1, pieces[i].find('"', quote + 1) - quote - 1);
         if (name == "image" || name == "firmware") return name;
     }
     return "default";

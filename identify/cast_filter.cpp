@@ -10,13 +10,15 @@
 #include "apsupport/identify.h"
 #include "foundation/console.h"
 #include "foundation/file_io.h"
+#include "foundation/trace.h"
 
-#define FILTER_LOG(level, ...) AP_PLATFORM_LOG(level, "ap_common_so", __VA_ARGS__)
+#define FILTER_LOG(level, ...) AP_PLATFORM_LOG(level, ap::log_module, __VA_ARGS__)
 
 namespace ap {
 
 namespace {
 
+constexpr char log_module[] = "ap_common_so";
 constexpr char filter_path[] = "/dev/castfilter";
 constexpr int failed = 255;
 
@@ -73,23 +75,18 @@ int clear_filter() {
 using namespace ap;
 
 int ap_cast_filter_init(void) {
-    FILTER_LOG(6, "function entry!");
+    AP_PLATFORM_TRACE(log_module);
     if (std::system("insmod /lib/modules/multi_broad_filter.ko") != 0)
         FILTER_LOG(2, "insmod /lib/modules/multi_broad_filter.ko failure\n");
-    FILTER_LOG(6, "function exit!");
     return 1;
 }
 
 int ap_cast_filter_clear(void) {
-    FILTER_LOG(6, "function entry!");
-    const int result = clear_filter();
-    FILTER_LOG(6, "function exit!");
-    return result;
+    AP_PLATFORM_TRACE(log_module);
+    return clear_filter();
 }
 
 int ap_cast_filter_set(int command, int value) {
-    FILTER_LOG(6, "function entry!");
-    const int result = set_filter(command, value);
-    FILTER_LOG(6, "function exit!");
-    return result;
+    AP_PLATFORM_TRACE(log_module);
+    return set_filter(command, value);
 }

@@ -7,9 +7,10 @@
 #include "apsupport/netcfg.h"
 #include "foundation/config_value.h"
 #include "foundation/console.h"
+#include "foundation/trace.h"
 #include "netcfg/address.h"
+#include "netcfg/log_modules.h"
 #include "netcfg/rule_lists.h"
-#include "netcfg/trace.h"
 
 namespace ap {
 

@@ -9,8 +9,9 @@
 #include "apsupport/netcfg.h"
 #include "foundation/console.h"
 #include "foundation/file_io.h"
+#include "foundation/trace.h"
 #include "netcfg/address.h"
-#include "netcfg/trace.h"
+#include "netcfg/log_modules.h"
 
 namespace ap {
 
@@ -35,7 +36,7 @@ bool is_entry_of(const char *line, const char *mac, char *ip) {
 using namespace ap;
 
 int file_lan_dhcpc_get_ipinfo_and_status(struct ip_info *info) {
-    AP_TABLE_TRACE();
+    AP_PROD_TRACE();
     if (info == nullptr) return AP_ERROR(table_log_module, "arg is null."), 1;
     const UniqueFile file = open_file("/etc/lan.cfg");
     if (!file) return AP_DEBUG(3, table_log_module, "Failed(%d) to fopen, %s.", errno, std::strerror(errno)), 1;
@@ -48,7 +49,7 @@ int file_lan_dhcpc_get_ipinfo_and_status(struct ip_info *info) {
 }
 
 int find_ip_in_arpfile(const char *mac, char *ip) {
-    AP_TABLE_TRACE();
+    AP_PROD_TRACE();
     if (ip == nullptr) return AP_ERROR(table_log_module, "arg is null."), 1;
     copy_text(ip, address_text_size, no_address);
     if (mac == nullptr) return AP_ERROR(table_log_module, "arg is null."), 1;

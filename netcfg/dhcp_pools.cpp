@@ -8,9 +8,10 @@
 #include "apsupport/netcfg.h"
 #include "foundation/config_value.h"
 #include "foundation/console.h"
+#include "foundation/trace.h"
 #include "netcfg/address.h"
+#include "netcfg/log_modules.h"
 #include "netcfg/rule_lists.h"
-#include "netcfg/trace.h"
 
 namespace ap {
 
@@ -82,7 +83,7 @@ using namespace ap;
 
 void check_lanip_change_sync_dhcps(in_addr_t new_ip, in_addr_t new_mask, in_addr_t old_ip, in_addr_t old_mask,
                                    unsigned int pool_number) {
-    AP_PLATFORM_TRACE();
+    AP_PLATFORM_TRACE(platform_log_module);
     char key[config_key_size];
     std::snprintf(key, sizeof key, "dhcps.list%u", pool_number);
     Pool pool;
@@ -102,7 +103,7 @@ void check_lanip_change_sync_dhcps(in_addr_t new_ip, in_addr_t new_mask, in_addr
 }
 
 void sys_change_lanip_dhcps(const char *new_ip, const char *new_mask, const char *, const char *) {
-    AP_PLATFORM_TRACE();
+    AP_PLATFORM_TRACE(platform_log_module);
     if (new_ip == nullptr || new_mask == nullptr) return AP_PLATFORM_LOG(2, platform_log_module, "arg is null.");
     SetValue("dhcps.gw", new_ip);
     SetValue("dhcps.mask", new_mask);
@@ -111,7 +112,7 @@ void sys_change_lanip_dhcps(const char *new_ip, const char *new_mask, const char
 }
 
 void sys_change_dhcps_cfglist(void) {
-    AP_PLATFORM_TRACE();
+    AP_PLATFORM_TRACE(platform_log_module);
     constexpr const char *keys[] = {"dhcps.en",   "dhcps.start",     "dhcps.end",  "dhcps.gw",
                                     "dhcps.mask", "dhcps.leasetime", "dhcps.dns1", "dhcps.dns2"};
     char entry[config_value_size] = "1";

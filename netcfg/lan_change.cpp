@@ -10,16 +10,17 @@
 #include "apsupport/netcfg.h"
 #include "foundation/config_value.h"
 #include "foundation/console.h"
+#include "foundation/trace.h"
 #include "netcfg/address.h"
+#include "netcfg/log_modules.h"
 #include "netcfg/rule_lists.h"
-#include "netcfg/trace.h"
 
 namespace ap {
 
 namespace {
 
 void check_lanip_change_sync_dmz(in_addr_t new_ip, in_addr_t new_mask, in_addr_t old_mask) {
-    AP_PLATFORM_TRACE();
+    AP_PLATFORM_TRACE(platform_log_module);
     const NetworkMove network{new_ip, new_mask, old_mask};
     const int wans = stored_count("wans.flag");
     for (int wan = 1; wan <= wans; ++wan) {
@@ -37,7 +38,7 @@ void check_lanip_change_sync_dmz(in_addr_t new_ip, in_addr_t new_mask, in_addr_t
 }
 
 void check_lanip_change_sync_lan_control(in_addr_t new_ip, in_addr_t new_mask, in_addr_t old_mask) {
-    AP_PLATFORM_TRACE();
+    AP_PLATFORM_TRACE(platform_log_module);
     const NetworkMove network{new_ip, new_mask, old_mask};
     ConfigValue manager;
     if (!manager.read("lan.webip")) return AP_PLATFORM_LOG(2, platform_log_module, "get mib cfg is fail.");
@@ -57,27 +58,27 @@ void move_bandwidth_rules(const NetworkMove &network, const char *function, int 
 }
 
 void check_lanip_change_sync_qos_list(in_addr_t new_ip, in_addr_t new_mask, in_addr_t old_mask) {
-    AP_PLATFORM_TRACE();
+    AP_PLATFORM_TRACE(platform_log_module);
     move_bandwidth_rules({new_ip, new_mask, old_mask}, __func__, __LINE__);
 }
 
 void check_lanip_change_sync_virtual(in_addr_t new_ip, in_addr_t new_mask, in_addr_t old_mask) {
-    AP_PLATFORM_TRACE();
+    AP_PLATFORM_TRACE(platform_log_module);
     move_list(virtual_servers, {new_ip, new_mask, old_mask});
 }
 
 void check_lanip_change_sync_nat(in_addr_t new_ip, in_addr_t new_mask, in_addr_t old_mask) {
-    AP_PLATFORM_TRACE();
+    AP_PLATFORM_TRACE(platform_log_module);
     move_list(source_nat, {new_ip, new_mask, old_mask});
 }
 
 void check_lanip_change_sync_logserver(in_addr_t new_ip, in_addr_t new_mask, in_addr_t old_mask) {
-    AP_PLATFORM_TRACE();
+    AP_PLATFORM_TRACE(platform_log_module);
     move_list(log_servers, {new_ip, new_mask, old_mask});
 }
 
 void check_lanip_change_sync_ipmac_bind(in_addr_t new_ip, in_addr_t new_mask, in_addr_t old_mask) {
-    AP_PLATFORM_TRACE();
+    AP_PLATFORM_TRACE(platform_log_module);
     move_list(host_bindings, {new_ip, new_mask, old_mask});
 }
 
@@ -111,7 +112,7 @@ using namespace ap;
 
 // A change of the mask alone moves no rule.
 void check_change_lanip_handle(const char *new_ip, const char *new_mask, const char *old_ip, const char *old_mask) {
-    AP_PLATFORM_TRACE();
+    AP_PLATFORM_TRACE(platform_log_module);
     NetworkMove network{};
     if (!read_move(__func__, new_ip, new_mask, old_ip, old_mask, network)) return;
     if (std::strncmp(new_ip, old_ip, address_text_size) == 0) return;
@@ -119,20 +120,20 @@ void check_change_lanip_handle(const char *new_ip, const char *new_mask, const c
 }
 
 void sys_change_lanip(const char *new_ip, const char *new_mask, const char *old_ip, const char *old_mask) {
-    AP_PLATFORM_TRACE();
+    AP_PLATFORM_TRACE(platform_log_module);
     sys_change_lanip_logserver(new_ip, new_mask, old_ip, old_mask);
     sys_change_lanip_qos(new_ip, new_mask, old_ip, old_mask);
 }
 
 void sys_change_lanip_logserver(const char *new_ip, const char *new_mask, const char *old_ip, const char *old_mask) {
-    AP_PLATFORM_TRACE();
+    AP_PLATFORM_TRACE(platform_log_module);
     NetworkMove network{};
     if (!read_move(__func__, new_ip, new_mask, old_ip, old_mask, network) || std::strcmp(new_ip, old_ip) == 0) return;
     move_list(log_servers, network);
 }
 
 void sys_change_lanip_qos(const char *new_ip, const char *new_mask, const char *old_ip, const char *old_mask) {
-    AP_PLATFORM_TRACE();
+    AP_PLATFORM_TRACE(platform_log_module);
     NetworkMove network{};
     if (!read_move(__func__, new_ip, new_mask, old_ip, old_mask, network) || std::strcmp(new_ip, old_ip) == 0) return;
     move_bandwidth_rules(network, __func__, __LINE__);

@@ -8,8 +8,9 @@
 #include "foundation/byte_order.h"
 #include "foundation/console.h"
 #include "foundation/file_io.h"
+#include "foundation/trace.h"
 #include "netcfg/address.h"
-#include "netcfg/trace.h"
+#include "netcfg/log_modules.h"
 
 namespace ap {
 
@@ -114,7 +115,7 @@ bool read_static_routes(RouteList &routes) {
 using namespace ap;
 
 int file_get_route_list_num(void) {
-    AP_TABLE_TRACE();
+    AP_PROD_TRACE();
     RouteList routes;
     read_kernel_routes(routes);
     read_static_routes(routes);
@@ -122,7 +123,7 @@ int file_get_route_list_num(void) {
 }
 
 int file_get_route_table_list(struct route_entry *list, int max) {
-    AP_TABLE_TRACE();
+    AP_PROD_TRACE();
     if (list == nullptr) return AP_ERROR(table_log_module, "arg is null."), 1;
     RouteList routes(list, max);
     return read_kernel_routes(routes) && read_static_routes(routes) ? 0 : 1;

@@ -6,8 +6,9 @@
 #include "apsupport/netcfg.h"
 #include "foundation/config_value.h"
 #include "foundation/console.h"
+#include "foundation/trace.h"
 #include "netcfg/address.h"
-#include "netcfg/trace.h"
+#include "netcfg/log_modules.h"
 
 namespace ap {
 
@@ -31,7 +32,7 @@ bool find_field(char (&work)[config_value_size], const char *delimiters, int ind
 using namespace ap;
 
 int check_get_new_ipaddr_by_hostid(const char *ip, const char *mask, unsigned int hostid, char *out) {
-    AP_PLATFORM_TRACE();
+    AP_PLATFORM_TRACE(platform_log_module);
     if (ip == nullptr || mask == nullptr || out == nullptr) {
         AP_PLATFORM_LOG(2, platform_log_module, "arg is null.");
         return -1;
@@ -47,7 +48,7 @@ int check_get_new_ipaddr_by_hostid(const char *ip, const char *mask, unsigned in
 
 // An empty item takes the delimiter behind the field with it, so that the rule has one field less.
 void check_modify_item_in_rule(char *rule, const char *delims, int index, const char *item) {
-    AP_PLATFORM_TRACE();
+    AP_PLATFORM_TRACE(platform_log_module);
     if (rule == nullptr || delims == nullptr || item == nullptr)
         return AP_PLATFORM_LOG(2, platform_log_module, "arg is null.");
     if (index < 0) return AP_PLATFORM_LOG(2, platform_log_module, "index is error.");

@@ -7,7 +7,8 @@
 #include "foundation/console.h"
 #include "foundation/file_io.h"
 #include "foundation/text.h"
-#include "netcfg/trace.h"
+#include "foundation/trace.h"
+#include "netcfg/log_modules.h"
 
 namespace ap {
 
@@ -44,7 +45,7 @@ bool read_mapping(std::string_view line, upnp_entry &entry) {
 using namespace ap;
 
 int file_get_upnp_list(struct upnp_list *list) {
-    AP_TABLE_TRACE();
+    AP_PROD_TRACE();
     if (list == nullptr) return AP_ERROR(table_log_module, "arg is null."), 1;
     LineReader<256> lines("/var/upnpmap");
     if (!lines) return AP_ERROR(table_log_module, "fopen is fail."), 1;

@@ -8,8 +8,9 @@
 #include "apsupport/netcfg.h"
 #include "foundation/console.h"
 #include "foundation/file_io.h"
+#include "foundation/trace.h"
 #include "netcfg/address.h"
-#include "netcfg/trace.h"
+#include "netcfg/log_modules.h"
 
 const char g_wan_ip_info[4][16] = {"/etc/wan1.ini", "/etc/wan2.ini", "/etc/wan3.ini", "/etc/wan4.ini"};
 const char g_wan_ip_info2[4][16] = {"/etc/wan12.ini", "/etc/wan22.ini", "/etc/wan32.ini", "/etc/wan42.ini"};

@@ -13,8 +13,9 @@
 #include "foundation/config_value.h"
 #include "foundation/console.h"
 #include "foundation/file_io.h"
+#include "foundation/trace.h"
 #include "netcfg/address.h"
-#include "netcfg/trace.h"
+#include "netcfg/log_modules.h"
 
 namespace ap {
 

@@ -13,6 +13,7 @@
 #include "foundation/config_value.h"
 #include "foundation/console.h"
 #include "foundation/file_io.h"
+#include "foundation/trace.h"
 
 namespace ap {
 
@@ -75,14 +76,6 @@ int take_upload(std::string_view text) {
     return 0;
 }
 
-int handle_file(int type, char *buffer, int length) {
-    AP_PLATFORM_LOG(5, log_module, "type:%d.", type);
-    const bool has_buffer = buffer != nullptr && length >= 0;
-    if (type == FileType::download && buffer != nullptr) return prepare_download(buffer);
-    if (type == FileType::upload && has_buffer) return take_upload({buffer, static_cast<size_t>(length)});
-    return AP_PLATFORM_LOG(2, log_module, "invalid type!"), -1;
-}
-
 }  // namespace
 
 }  // namespace ap
@@ -90,8 +83,10 @@ int handle_file(int type, char *buffer, int length) {
 using namespace ap;
 
 int systool_file_handle(int type, char *buffer, int length) {
-    AP_PLATFORM_LOG(6, log_module, "function entry!");
-    const int result = handle_file(type, buffer, length);
-    AP_PLATFORM_LOG(6, log_module, "function exit!");
-    return result;
+    AP_PLATFORM_TRACE(log_module);
+    AP_PLATFORM_LOG(5, log_module, "type:%d.", type);
+    const bool has_buffer = buffer != nullptr && length >= 0;
+    if (type == FileType::download && buffer != nullptr) return prepare_download(buffer);
+    if (type == FileType::upload && has_buffer) return take_upload({buffer, static_cast<size_t>(length)});
+    return AP_PLATFORM_LOG(2, log_module, "invalid type!"), -1;
 }

@@ -35,6 +35,7 @@ int get_mac_address(const char *ip, char *out) {
     while (arp.next()) {
         char line_ip[256] = {}, mac[256] = {};
         unsigned int flags = 0;
+        // NOLINTNEXTLINE(cert-err34-c): the number of fields is the result
         fields = std::sscanf(arp.line(), "%255s %*s %x %255s", line_ip, &flags, mac);
         if (fields != 3 || flags == 0 || std::strcmp(line_ip, ip) != 0) continue;
         ap::copy_text(out, ap::mac_text_size, std::string_view(mac));

@@ -9,7 +9,7 @@
 #include "apsupport/product.h"
 #include "foundation/config_value.h"
 #include "foundation/console.h"
-#include "product/trace.h"
+#include "foundation/trace.h"
 
 using namespace ap;
 

@@ -9,7 +9,7 @@
 #include "applatform/system.h"
 #include "apsupport/foundation.h"
 #include "apsupport/product.h"
-#include "foundation/console.h"
+#include "foundation/trace.h"
 
 namespace ap {
 
@@ -54,7 +54,7 @@ void stop_services_of_type(int type) {
 using namespace ap;
 
 void systool_kill_all_process(int type) {
-    AP_PLATFORM_LOG(6, "common_so", "function entry!");
+    AP_PLATFORM_TRACE("common_so");
     stop_all(before_radio_modules);
     doSystemCmd("/sbin/wifi_rmmod.sh");
     stop_all(common_services);
@@ -65,5 +65,4 @@ void systool_kill_all_process(int type) {
     stop_services_of_type(type);
     doSystemCmd("ifconfig br0 down");
     stop_all(last_services);
-    AP_PLATFORM_LOG(6, "common_so", "function exit!");
 }

@@ -9,8 +9,6 @@ using namespace test;
 
 namespace {
 
-using flash::Operation;
-
 class VirtualFlash : public UpgradeWorld {
 protected:
     static ap::UniqueFd open_bank(int flags = O_RDWR, const char *name = "KernelFS2") {
@@ -98,7 +96,7 @@ TEST_F(VirtualFlash, EndsAtItsSize) {
                  {-1, SEEK_SET, -1},
                  {0, SEEK_END, bank_size},
                  {-4, SEEK_END, bank_size - 4},
-                 {-bank_size, SEEK_CUR, -1},
+                 {-off_t{bank_size}, SEEK_CUR, -1},
                  {2, SEEK_CUR, bank_size - 2},
                  {0, 77, -1}};
     for (const auto &c : seeks) EXPECT_EQ(lseek(fd.get(), c.offset, c.whence), c.expected) << c.offset;
@@ -180,9 +178,10 @@ TEST_F(VirtualFlash, LeavesHalfAnOperationWhenThePowerGoes) {
         ioctl(fd, MEMERASE, &block);
     });
     const std::string half = content("KernelFS2");
+    const size_t three_quarters = size_t{3} * block_size / 4;
     EXPECT_EQ(half.substr(0, block_size / 2), std::string(block_size / 2, '\xff'));
     EXPECT_NE(half.substr(block_size / 2, 1024), old.substr(block_size / 2, 1024));
-    EXPECT_EQ(half.substr(block_size / 4 * 3), old.substr(block_size / 4 * 3));
+    EXPECT_EQ(half.substr(three_quarters), old.substr(three_quarters));
     cut([](int fd) { ap::write_full(fd, noise(100, 2).data(), 100); });
     EXPECT_EQ(content("KernelFS2").substr(0, 50), noise(100, 2).substr(0, 50));
     EXPECT_EQ(content("KernelFS2").substr(51, 49), std::string(49, '\xff'));

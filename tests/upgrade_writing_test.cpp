@@ -148,7 +148,7 @@ TEST_F(UpgradeWriting, SkipTheHeaderOnlyForFirmwarePartitions) {
 }
 
 TEST_F(UpgradeWriting, SayWhatAKernelWriteDoes) {
-    put_image(image_of(payload_of(2 * block_size)));
+    put_image(image_of(payload_of(size_t{2} * block_size)));
     const std::string printed =
         printed_by([] { EXPECT_EQ(flash_write_mtd_ap(image, 0, 3 * block_size, "KernelFS2"), 1); });
     EXPECT_TRUE(holds(printed, "booting image KernelFS2.......\r\n\n\rErasing 4 Kbyte @ 0 --  33 % complete."));
@@ -253,6 +253,10 @@ TEST_F(UpgradeWriting, StoreAPolicyAndAWholeFlashAndFailNonetheless) {
     EXPECT_EQ(content("Policy"), "policy=1\n" + erased(8192 - 9));
     EXPECT_NE(access(image, F_OK), 0);
 
+    write_text("/etc/policy.cfg", noise(8193));
+    EXPECT_EQ(file_to_flash("/etc/policy.cfg", "Policy"), 1) << "a byte too long: nothing is erased";
+    EXPECT_EQ(content("Policy").substr(0, 9), "policy=1\n");
+
     const std::string whole = noise(4 * 8192 + 2 * bank_size, 9);
     put_image(whole);
     EXPECT_EQ(upgrade(FW_TYPE_FLASH_IMAGE, 1000), -1) << "the offset is not looked at";
@@ -292,7 +296,7 @@ TEST_F(UpgradeWriting, WriteTheOnlyPartitionOfASingleImageDevice) {
 
 TEST_F(UpgradeWriting, AskNandForItsSecondBankAndWriteWholePages) {
     switch_on(small_flash(R"("kind": "NAND", "erase_size": 4096, "write_size": 2048)"));
-    const std::string payload = payload_of(34 * 2048);
+    const std::string payload = payload_of(34 * page_size);
     for (const char *bank : {"KernelFS2", "KernelFS1"}) {
         SCOPED_TRACE(bank);
         put_image(image_of(payload));

@@ -115,7 +115,7 @@ int flash_write_mtd_ap(const char *file, int offset, int size, const char *mtd_n
 
     const char *function = __func__;
     const auto on_short_write = [&] {
-        AP_UPGRADE_LOG(4, "write failed.");
+        ap::log_as(function, __LINE__, 4, "write failed.");
         std::printf("[%s %d]write failed.\n", function, __LINE__);
     };
     ap::copy_to_partition(image.get(), partition.get(), size, on_short_write,
@@ -140,8 +140,9 @@ int write_flash_ap(const char *file, const char *mtd_name) {
     if (!partition) return AP_UPGRADE_LOG(2, "open '%s' failed.\n", ap::shown(mtd_name)), -1;
     if (erase_mtd_by_size_ap(mtd_name, file_size) <= 0) return AP_UPGRADE_LOG(2, "erase mtd failed."), -1;
 
+    const char *function = __func__;
     ap::copy_to_partition(
-        image.get(), partition.get(), INT64_MAX, [&] { AP_UPGRADE_LOG(2, "write failed."); },
+        image.get(), partition.get(), INT64_MAX, [&] { ap::log_as(function, __LINE__, 2, "write failed."); },
         [](unsigned int written) { std::printf("\rwrite :%d", static_cast<int>(written)); });
     return 1;
 }

@@ -41,7 +41,7 @@ struct DualHead {
     uint32_t length;    // bytes behind the head
     uint32_t checksum;  // CRC-32 of the bytes behind the head
 };
-static_assert(sizeof(DualHead) == 4 * 4 && offsetof(DualHead, sequence) == 4);
+static_assert(sizeof(DualHead) == 4 + 4 + 4 + 4 && offsetof(DualHead, sequence) == 4);
 
 inline constexpr uint32_t valid_head_bit = 0x80000000;
 

@@ -21,19 +21,22 @@
 
 namespace ap {
 
+// A line of the log as another function's, where the macro would log the caller's name.
+inline void log_as(const char *function, int line, int level, const char *text) {
+    prod_debug(function, line, level, AP_UPGRADE_MODULE, "%s", text);
+    log_debug_print(function, line, level, AP_UPGRADE_MODULE, "%s", text);
+}
+
 class FunctionTrace {
 public:
-    FunctionTrace(const char *function, int line) : function_(function), line_(line) { log("function entry!"); }
-    ~FunctionTrace() { log("function exit!"); }
+    FunctionTrace(const char *function, int line) : function_(function), line_(line) {
+        log_as(function_, line_, 6, "function entry!");
+    }
+    ~FunctionTrace() { log_as(function_, line_, 6, "function exit!"); }
     FunctionTrace(const FunctionTrace &) = delete;
     FunctionTrace &operator=(const FunctionTrace &) = delete;
 
 private:
-    void log(const char *text) const {
-        prod_debug(function_, line_, 6, AP_UPGRADE_MODULE, "%s", text);
-        log_debug_print(function_, line_, 6, AP_UPGRADE_MODULE, "%s", text);
-    }
-
     const char *function_;
     int line_;
 };

@@ -20,7 +20,7 @@ inline void be_quiet() {
 // Puts the bytes into a file of this process; its path.
 inline std::string quiet_file(const char *name, const std::vector<uint8_t> &bytes) {
     be_quiet();
-    const std::string path = "/tmp/fuzz-" + std::string(name) + "-" + std::to_string(getpid());
+    std::string path = "/tmp/fuzz-" + std::string(name) + "-" + std::to_string(getpid());
     const ap::UniqueFd file = ap::open_fd(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC);
     ap::write_full(file.get(), bytes.data(), bytes.size());
     return path;

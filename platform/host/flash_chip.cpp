@@ -162,10 +162,10 @@ void Chip::unmap() {
 template <typename Half> int Chip::step(Operation operation, Half half) {
     State &state = *state_;
     __atomic_fetch_add(&state.counts[static_cast<uint32_t>(operation)], 1, __ATOMIC_RELAXED);
-    const auto action = static_cast<Action>(state.action);
+    const auto action = static_cast<Action>(__atomic_load_n(&state.action, __ATOMIC_RELAXED));
     if (action == Action::none || (state.operations & bit(operation)) == 0) return 0;
-    if (--state.operations_left != 0) return 0;
-    state.action = static_cast<uint32_t>(Action::none);
+    if (__atomic_sub_fetch(&state.operations_left, 1, __ATOMIC_RELAXED) != 0) return 0;
+    __atomic_store_n(&state.action, static_cast<uint32_t>(Action::none), __ATOMIC_RELAXED);
     if (action == Action::fail) return -state.error;
     half();
     lose_power();
@@ -189,7 +189,8 @@ bool Chip::is_bad(uint32_t start, uint32_t length) const {
 bool Chip::is_locked(uint32_t start, uint32_t length) const {
     const uint32_t first = start / description_.erase_size, blocks = length / description_.erase_size;
     const uint8_t *locked = state_->locked() + first;
-    return std::any_of(locked, locked + blocks, [](uint8_t block) { return block != 0; });
+    return std::any_of(locked, locked + blocks,
+                       [](const uint8_t &block) { return __atomic_load_n(&block, __ATOMIC_RELAXED) != 0; });
 }
 
 int Chip::erase(uint32_t start, uint32_t length) {
@@ -218,12 +219,12 @@ ssize_t Chip::program(uint32_t start, const uint8_t *data, size_t length) {
 }
 
 int Chip::set_locked(uint32_t start, uint32_t length, bool locked) {
-    const ProcessLock lock(chip_mutex, lock_path);
-    if (!lock) return -errno;
     if (!has_whole_blocks(start, length)) return -EINVAL;
     const int fault = step(locked ? Operation::lock : Operation::unlock);
     if (fault != 0) return fault;
-    std::memset(state_->locked() + start / description_.erase_size, locked ? 1 : 0, length / description_.erase_size);
+    uint8_t *block = state_->locked() + start / description_.erase_size;
+    for (uint32_t left = length / description_.erase_size; left > 0; --left, ++block)
+        __atomic_store_n(block, static_cast<uint8_t>(locked ? 1 : 0), __ATOMIC_RELAXED);
     return 0;
 }
 
@@ -254,7 +255,7 @@ void arm(const Fault &fault) {
     chip->state().operations = fault.operations;
     chip->state().operations_left = fault.nth;
     chip->state().error = fault.error;
-    chip->state().action = static_cast<uint32_t>(fault.action);
+    __atomic_store_n(&chip->state().action, static_cast<uint32_t>(fault.action), __ATOMIC_RELAXED);
 }
 
 }  // namespace ap::host::flash

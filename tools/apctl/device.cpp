@@ -20,7 +20,7 @@ constexpr char help[] =
     "       apctl device init\n\n"
     "info     prints the device record: names, versions, build time, uptime.\n"
     "profile  prints the product profile of ID, or of this unit; exit status 1 when /etc/profile.json has none.\n"
-    "init     finds this unit's profile and writes its defaults, as the device's start does. Only in a device box.\n";
+    "init     finds this unit's profile and writes its defaults, as the device's start does.\n";
 
 using Row = std::vector<std::string>;
 
@@ -76,7 +76,7 @@ int run_device(const Words &given) {
     if (what == "profile" && words.size() <= 2)
         return show_profile(words.size() == 2 ? words[1] : ap::ConfigValue("sys.profile.id").c_str(), json);
     if (what == "init" && words.size() == 1)
-        return in_device_box("device") && profile_init_product_config(1) == 0 ? exit_ok : exit_failed;
+        return profile_init_product_config(1) == 0 ? exit_ok : exit_failed;
     return usage_error("device", "expected info, profile or init");
 }
 

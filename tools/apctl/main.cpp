@@ -28,8 +28,9 @@ bool asks_for_help(const std::string &word) { return word == "--help" || word ==
 
 }  // namespace
 
-Verb::Verb(const char *verb_name, const char *verb_summary, const char *verb_help, int (*verb_run)(const Words &words))
-    : name(verb_name), summary(verb_summary), help(verb_help), run(verb_run) {
+Verb::Verb(const char *verb_name, const char *verb_summary, const char *verb_help, int (*verb_run)(const Words &words),
+           Where verb_where)
+    : name(verb_name), summary(verb_summary), help(verb_help), run(verb_run), where(verb_where) {
     auto &all = verbs();
     all.insert(std::ranges::find_if(all, [&](const Verb *other) { return std::string(other->name) > verb_name; }),
                this);
@@ -87,6 +88,7 @@ static int run(int argc, char **argv) {
     }
     const Words words(argv + 2, argv + argc);
     if (!words.empty() && asks_for_help(words.front())) return std::fputs((*found)->help, stdout), exit_ok;
+    if ((*found)->where == Where::in_box && !in_device_box((*found)->name)) return exit_failed;
     return (*found)->run(words);
 }
 

@@ -56,7 +56,6 @@ bool prepare_download(Content &content) {
 
 int run_backup(const Words &words) {
     if (words.size() != 1) return usage_error("backup", "expected one FILE");
-    if (!in_device_box("backup")) return exit_failed;
     Content content;
     if (!prepare_download(content)) return fail("backup", "the configuration could not be prepared");
     if (!write_whole(words[0], content)) return fail("backup", words[0] + ": " + std::strerror(errno));
@@ -81,7 +80,6 @@ int run_restore(const Words &given) {
     Words words = given;
     const bool keep_urls = take_flag(words, "--keep-urls");
     if (words.size() != 1) return usage_error("restore", "expected one FILE");
-    if (!in_device_box("restore")) return exit_failed;
     Content content;
     if (!read_file(words[0].c_str(), content)) return fail("restore", words[0] + " cannot be read");
     std::string text(content.text.get(), content.size);
@@ -97,33 +95,31 @@ int run_restore(const Words &given) {
 
 int run_factory_reset(const Words &words) {
     if (!words.empty()) return usage_error("factory-reset", "takes no argument");
-    if (!in_device_box("factory-reset")) return exit_failed;
     systool_restore_reboot();
     return exit_ok;
 }
 
 int run_reboot(const Words &words) {
     if (!words.empty()) return usage_error("reboot", "takes no argument");
-    if (!in_device_box("reboot")) return exit_failed;
     systool_reboot();
     return exit_ok;
 }
 
 const Verb backup{"backup", "the configuration as one file",
                   "usage: apctl backup FILE\n\n"
-                  "Writes the public settings, a marker line and the URL settings to FILE. Only in a device box.\n",
+                  "Writes the public settings, a marker line and the URL settings to FILE.\n",
                   run_backup};
 const Verb restore{"restore", "takes a backup in",
                    "usage: apctl restore FILE [--keep-urls]\n\n"
                    "Replaces the configuration by a backup's, but for this unit's own cloud identity, and commits it.\n"
-                   "--keep-urls keeps this unit's URL settings as well. Only in a device box.\n",
+                   "--keep-urls keeps this unit's URL settings as well.\n",
                    run_restore};
 const Verb factory_reset{"factory-reset", "back to factory values, and a restart",
                          "usage: apctl factory-reset\n\n"
-                         "Restores the factory values, commits them and restarts the device. Only in a device box.\n",
+                         "Restores the factory values, commits them and restarts the device.\n",
                          run_factory_reset};
 const Verb reboot_verb{"reboot", "restarts the device",
-                       "usage: apctl reboot\n\nSyncs the logs and restarts the device. Only in a device box.\n",
+                       "usage: apctl reboot\n\nSyncs the logs and restarts the device.\n",
                        run_reboot};
 
 }  // namespace
