@@ -37,6 +37,15 @@ std::string value_of(int number) {
     return value;
 }
 
+const std::vector<std::string> &all_keys() {
+    static const std::vector<std::string> keys = [] {
+        std::vector<std::string> made(key_count);
+        for (int i = 0; i < key_count; ++i) made[static_cast<size_t>(i)] = key_of(i);
+        return made;
+    }();
+    return keys;
+}
+
 [[noreturn]] void stop(const char *why) {
     std::perror(why);
     std::exit(1);
@@ -86,13 +95,12 @@ void TypedRead(benchmark::State &state) {
 BENCHMARK(TypedRead);
 
 void RawLmdbRead(benchmark::State &state) {
-    std::vector<std::string> keys;
-    for (int i = 0; i < key_count; ++i) keys.push_back(key_of(i));
+    const std::vector<std::string> &keys = all_keys();
     MDB_txn *transaction = raw().begin(MDB_RDONLY);
     mdb_txn_reset(transaction);
     size_t i = 0;
     for (auto _ : state) {
-        MDB_val name{keys[i].size(), keys[i].data()}, value;
+        MDB_val name{keys[i].size(), const_cast<char *>(keys[i].data())}, value;
         mdb_txn_renew(transaction);
         if (mdb_get(transaction, raw().values, &name, &value) != 0) stop("get");
         benchmark::DoNotOptimize(value);
@@ -105,8 +113,7 @@ BENCHMARK(RawLmdbRead);
 
 // The store's own read, without the formatting and the conversion of the typed one.
 void PlainRead(benchmark::State &state) {
-    std::vector<std::string> keys;
-    for (int i = 0; i < key_count; ++i) keys.push_back(key_of(i));
+    const std::vector<std::string> &keys = all_keys();
     char value[2308];
     size_t i = 0;
     for (auto _ : state) {

@@ -13,7 +13,7 @@
 using namespace ap::host;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    if (size > 64 * 1024) return 0;
+    if (size > size_t{64} << 10) return 0;
     const ap::HeapPtr<char> exact(static_cast<char *>(std::malloc(size)));
     if (size != 0) std::memcpy(exact.get(), data, size);
     const std::string_view text(exact.get(), size);

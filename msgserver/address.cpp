@@ -104,7 +104,8 @@ OwnedAddress resolve(const char *address, unsigned &type, int &proto) {
     type = ms_get_parm(address, ip, port, proto_text, name);
     proto = decimal(proto_text);
     if ((type & type_netlink) != 0) return netlink_address();
-    return (type & type_unix) != 0 ? unix_address(name) : inet_address(ip, port);
+    if ((type & type_unix) != 0) return unix_address(name);
+    return inet_address(ip, port);
 }
 
 void ensure_socket_folder() {
@@ -112,7 +113,8 @@ void ensure_socket_folder() {
 }
 
 OwnedAddress new_peer_address(unsigned server_type) {
-    return (server_type & type_unix) != 0 ? new_unix_address() : new_inet_address();
+    if ((server_type & type_unix) != 0) return new_unix_address();
+    return new_inet_address();
 }
 
 }  // namespace ap

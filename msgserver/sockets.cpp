@@ -24,16 +24,16 @@ constexpr int buffer_bytes = 16384, on = 1;
 constexpr timeval timeout = {5, 0};
 
 struct Option {
-    int name;
     const void *value;
     socklen_t size;
+    int name;
 };
 constexpr Option options[] = {
-    {SO_RCVBUF, &buffer_bytes, sizeof buffer_bytes},
-    {SO_SNDBUF, &buffer_bytes, sizeof buffer_bytes},
-    {SO_RCVTIMEO, &timeout, sizeof timeout},
-    {SO_SNDTIMEO, &timeout, sizeof timeout},
-    {SO_REUSEADDR, &on, sizeof on},
+    {&buffer_bytes, sizeof buffer_bytes, SO_RCVBUF},
+    {&buffer_bytes, sizeof buffer_bytes, SO_SNDBUF},
+    {&timeout, sizeof timeout, SO_RCVTIMEO},
+    {&timeout, sizeof timeout, SO_SNDTIMEO},
+    {&on, sizeof on, SO_REUSEADDR},
 };
 
 // A copy of an address of one family, with zeros for what the given length leaves out.

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 #include "foundation/file_io.h"
 #include "msgserver/records.h"
@@ -137,16 +138,13 @@ void ms_add_timer(ms_timer_callback callback, const void *argument, int length, 
 // All matches are taken out before the first is released: `argument` may be the copy of one of them.
 void ms_del_timer(ms_timer_callback callback, const void *argument, int length) {
     if (argument == nullptr && length > 0) return;
-    decltype(timers) matches = {};
+    ms_timer *matches = nullptr;
     for (ms_timer *timer = timers.first, *next = nullptr; timer != nullptr; timer = next) {
         next = timers.after(*timer);
         if (timer->callback != callback || timer->length != length) continue;
         if (length > 0 && std::memcmp(timer->argument, argument, static_cast<size_t>(length)) != 0) continue;
         unlink_timer(*timer);
-        matches.append(*timer);
+        timer->hook.next = std::exchange(matches, timer);
     }
-    while (ms_timer *const timer = matches.first) {
-        matches.remove(*timer);
-        release_timer(timer);
-    }
+    while (matches != nullptr) release_timer(std::exchange(matches, matches->hook.next));
 }

@@ -40,24 +40,18 @@ protected:
     }};
 };
 
-TEST_F(Server, SaysWhereItListens) {
-    EXPECT_THAT(daemon.log(),
-                testing::ContainsRegex("^ms_listen \\[[0-9 ]{4}\\]---:server listen fd\\[[0-9]+\\] at /var/socket/all\n"
-                                       "ms_listen \\[.*at 127.0.0.1:5000\nms_listen \\[.*at 127.0.0.1:5000\n$"));
-}
-
 TEST_F(Server, CarriesWholeMessages) {
     const struct {
         const char *address;
         size_t largest;
     } cases[] = {{"unix:all", 16000}, {"tcp:127.0.0.1:5000", 4000}, {"udp:127.0.0.1:5000", 16384}};
-    for (const auto &c : cases)
-        for (const size_t size : {size_t{1}, size_t{333}, c.largest}) {
-            SCOPED_TRACE(std::string(c.address) + " " + std::to_string(size));
-            std::string message(size, '\0');
-            for (size_t i = 0; i < size; ++i) message[i] = static_cast<char>(i * 7);
-            EXPECT_EQ(dialog(c.address, message), message);
-        }
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.address);
+        std::string message(c.largest, '\0');
+        for (size_t i = 0; i < c.largest; ++i) message[i] = static_cast<char>(i * 7);
+        for (const size_t size : {size_t{1}, size_t{333}, c.largest})
+            EXPECT_EQ(dialog(c.address, message.substr(0, size)), message.substr(0, size));
+    }
 }
 
 TEST_F(Server, HandlesOneMessageAConnection) {
@@ -88,6 +82,9 @@ TEST_F(Server, CallsTheHandlerOnEmptyAndFailedReceives) {
                 testing::ContainsRegex(
                     "Recv TCP msg form fd\\[[0-9]+\\], addr = address IP\\[127.0.0.1:[0-9]+\\], len = -1\n"));
     EXPECT_THAT(daemon.log(), HasSubstr("addr = address PATH[], len = 0\n"));
+    EXPECT_THAT(daemon.log(),
+                testing::ContainsRegex("^ms_listen \\[[0-9 ]{4}\\]---:server listen fd\\[[0-9]+\\] at /var/socket/all\n"
+                                       "ms_listen \\[.*at 127.0.0.1:5000\n"));
 }
 
 TEST_F(Server, SurvivesPeersThatVanish) {

@@ -1,7 +1,7 @@
 /* msgserver.h: an epoll message server for daemons and the clients that talk to it.
  *
- * A daemon offers endpoints and gives its thread to the loop; other processes send it a message, or ask and wait for the
- * answer. A message is a string of bytes of at most 16384; the bytes travel as they are.
+ * A daemon offers endpoints and gives its thread to the loop; other processes send it a message, or ask and wait for
+ * the answer. A message is a string of bytes of at most 16384; the bytes travel as they are.
  *
  *     static int answer(struct ms_session *session, char *data, int length) {
  *         if (length > 0) ms_send(session, data, length);
@@ -58,8 +58,8 @@ int ms_socket(unsigned int type, int proto);
 int ms_creat_socket(int domain, int type, int proto);
 
 int ms_bind(int fd, const struct sockaddr *address, int length);
-int ms_listen_fd(int fd);                                             /* with a backlog of 5 */
-int ms_connect(int fd, const struct sockaddr *address, int length);   /* returns `fd`, or -1 */
+int ms_listen_fd(int fd);                                           /* with a backlog of 5 */
+int ms_connect(int fd, const struct sockaddr *address, int length); /* returns `fd`, or -1 */
 
 /* Makes a server's socket of `fd`: binds it, tcp and unix also listen, a stale unix socket file is removed before.
  * Failures are logged, and the result is always 0. (A tcp socket that could not bind listens at a port of the
@@ -75,9 +75,9 @@ char *ms_addr_to_str(char *buffer, const struct sockaddr *address, int length);
 /* A server's session lives as long as the process, a peer's for one call of the handler. */
 struct ms_session;
 struct ms_uptime {
-    uint32_t seconds;               /* 0 */
-    uint32_t subseconds;            /* 4: milliseconds, in steps of 10 */
-};                                  /* 8 bytes */
+    uint32_t seconds;    /* 0 */
+    uint32_t subseconds; /* 4: milliseconds, in steps of 10 */
+};                       /* 8 bytes */
 
 /* Called with each message. `data` holds `length` bytes, is not terminated, and is valid during the call; the length is
  * what the receive returned: 0 when the peer ended without a message, negative when the receive failed. The result is
@@ -96,7 +96,8 @@ void ms_run(void);
  * subseconds (milliseconds). The parts are added without carry: a subsecond sum of 1000 or more is reached when the
  * seconds have passed. Equal expiries fire in the order of adding. Nothing happens without memory. The callback may add
  * and delete timers, its own included. */
-void ms_add_timer(ms_timer_callback callback, const void *argument, int length, unsigned int seconds, unsigned int subseconds);
+void ms_add_timer(ms_timer_callback callback, const void *argument, int length, unsigned int seconds,
+                  unsigned int subseconds);
 
 /* Deletes every timer with this callback and these argument bytes. */
 void ms_del_timer(ms_timer_callback callback, const void *argument, int length);
@@ -126,10 +127,11 @@ int ms_send(struct ms_session *session, const void *data, int length);
 /* Sends through a socket of a type: tcp and unix connect to the address first, udp sends to it, netlink sends to the
  * kernel. Returns 0 when the send returned `length`, which a netlink send never does: it counts its header, and the
  * result is -1 though the message went out. */
-int ms_send_addr(int fd, unsigned int type, const struct sockaddr *address, int address_length, const void *data, int length);
+int ms_send_addr(int fd, unsigned int type, const struct sockaddr *address, int address_length, const void *data,
+                 int length);
 
-/* Sends a netlink message of at most 16384 bytes to the kernel. Returns the bytes sent, header included, 0 without data,
- * or -1. */
+/* Sends a netlink message of at most 16384 bytes to the kernel. Returns the bytes sent, header included, 0 without
+ * data, or -1. */
 int ms_netlink_send(int fd, const void *data, int length);
 
 /* Receives a netlink message into `buffer` of 16384 bytes. Returns the payload's length as the message's header gives
@@ -138,10 +140,10 @@ int ms_netlink_recv(int fd, void *buffer);
 
 /* ---- Dumps on standard output: the loop's thread ----------------------------------------------------------------- */
 
-void print_sock_list(void);             /* sock[I] = RECORD, fd = N, session = SESSION */
-void print_session_server_list(void);   /* server[I] = SESSION, fd = N.   and a line for each of its peers */
-void print_resource_count(void);        /* descriptors, bytes, socket and session records in use */
-void print_timer_list(void);            /* list[I] = RECORD, arg_p = ARGUMENT, time = EXPIRY, arg = TEXT */
+void print_sock_list(void);           /* sock[I] = RECORD, fd = N, session = SESSION */
+void print_session_server_list(void); /* server[I] = SESSION, fd = N.   and a line for each of its peers */
+void print_resource_count(void);      /* descriptors, bytes, socket and session records in use */
+void print_timer_list(void);          /* list[I] = RECORD, arg_p = ARGUMENT, time = EXPIRY, arg = TEXT */
 
 #ifdef __cplusplus
 }

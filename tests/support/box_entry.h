@@ -6,6 +6,9 @@ namespace test {
 // True when this process runs in a device box.
 bool in_box();
 
+// How often the device of this box was restarted, its command with it; 0 outside of a box.
+int restarts();
+
 // Returns at once in a box; otherwise replaces this process by the same program, with the same arguments, in a new box.
 // Ends the process when no box can be had: with 77, after one line that says why, where the machine allows none.
 void enter_box(char **argv);

@@ -15,7 +15,7 @@ int run_in_child(const std::function<void()> &action);
 // The number of descriptors that this process has open.
 int open_descriptors();
 
-std::string read_text(const std::string &path);                         // empty when there is no such file
-void write_text(const std::string &path, const std::string &content);   // makes the folders above it
+std::string read_text(const std::string &path);                        // empty when there is no such file
+void write_text(const std::string &path, const std::string &content);  // makes the folders above it
 
 }  // namespace test

@@ -34,6 +34,7 @@ void become_ordinary_user() {
     dup2(output, STDERR_FILENO);
     if (caller == As::ordinary_user) become_ordinary_user();
     std::vector<char *> arguments;
+    arguments.reserve(words.size() + 1);
     for (const std::string &word : words) arguments.push_back(const_cast<char *>(word.c_str()));
     arguments.push_back(nullptr);
     execv(arguments[0], arguments.data());

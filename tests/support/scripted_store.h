@@ -35,6 +35,7 @@ inline ScriptedStore store, factory;
 
 }  // namespace test
 
+// NOLINTBEGIN(misc-definitions-in-headers): one source of a test program includes this
 extern "C" {
 int GetValue(const char *key, char *value) { return test::store.get(key, value); }
 int SetValue(const char *key, const char *value) { return test::store.set(key, value); }
@@ -44,3 +45,4 @@ int ApmibGetValue(const char *key, char *value) { return test::factory.get(key, 
 int ApmibSetValue(const char *key, const char *value) { return test::factory.set(key, value); }
 int ApmibCommitCfm(void) { return test::factory.commit(); }
 }
+// NOLINTEND(misc-definitions-in-headers)
