@@ -59,8 +59,8 @@ int ifaddrs_ethaddr_aton(const char *text, unsigned char mac[6]) {
     return 0;
 }
 
-// Steps by a whole subnet with flag 0 and by a single address otherwise. The result stays below the multicast addresses;
-// a single step also stays within the subnet's hosts.
+// Steps by a whole subnet with flag 0 and by a single address otherwise. The result stays below the multicast
+// addresses; a single step also stays within the subnet's hosts.
 int ifaddrs_ip_increase(const char *ip, const char *mask, char *out, int flag) {
     uint32_t address, netmask;
     if (out == nullptr || !parse_ip(ip, address) || !parse_mask(mask, netmask)) return -1;

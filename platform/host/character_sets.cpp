@@ -20,9 +20,9 @@ namespace {
 enum Format : int { ascii = 0, gb2312 = 1, utf8 = 2, unknown = -1 };
 
 struct Utf8Length {
-    unsigned char mask, lead;
+    uint32_t mask, lead;
     size_t followers;
-    uint32_t least;  // the smallest character that needs this length
+    size_t least;  // the smallest character that needs this length
 };
 constexpr Utf8Length utf8_lengths[] = {
     {0x80, 0x00, 0, 0}, {0xE0, 0xC0, 1, 0x80}, {0xF0, 0xE0, 2, 0x800}, {0xF8, 0xF0, 3, 0x10000}};
@@ -33,7 +33,7 @@ size_t utf8_character(std::string_view text) {
     const auto *length =
         std::ranges::find_if(utf8_lengths, [&](const Utf8Length &l) { return (byte(0) & l.mask) == l.lead; });
     if (length == std::end(utf8_lengths) || text.size() <= length->followers) return 0;
-    uint32_t character = byte(0) & static_cast<unsigned char>(~length->mask);
+    uint32_t character = byte(0) & ~length->mask;
     for (size_t i = 1; i <= length->followers; ++i) {
         if ((byte(i) & 0xC0) != 0x80) return 0;
         character = character << 6 | (byte(i) & 0x3Fu);
@@ -87,7 +87,7 @@ public:
     }
 
 private:
-    bool is_open() const { return handle_ != reinterpret_cast<iconv_t>(-1); }
+    bool is_open() const { return reinterpret_cast<intptr_t>(handle_) != -1; }
     iconv_t handle_;
 };
 
@@ -113,5 +113,7 @@ int system_convert_code_format(const char *text, const char *target, char *out, 
     if (format == unknown) return -1;
     try {
         return convert(text, format, out, size);
-    } catch (const std::exception &) { return -1; }
+    } catch (const std::exception &) {
+        return -1;
+    }
 }

@@ -1,10 +1,10 @@
-// config_commit.cpp: the committed copy, written so that a power cut, a full disk or a flipped bit leaves the old or the
-// new set, never a mixture or nothing.
+// config_commit.cpp: the committed copy, written so that a power cut, a full disk or a flipped bit leaves the old or
+// the new set, never a mixture or nothing.
 //
 // The order, each step checked: take the commit lock; read a snapshot under it, so that a later commit never writes an
 // earlier state; write the image to "next" and sync it; link the committed copy as "before"; rename "next" to the
-// committed copy; sync the folder. A damaged committed copy is not linked, since the one before it is then the only good
-// one. A committed copy that already says the same is not written again: flash wears out.
+// committed copy; sync the folder. A damaged committed copy is not linked, since the one before it is then the only
+// good one. A committed copy that already says the same is not written again: flash wears out.
 
 #include <algorithm>
 #include <cerrno>

@@ -1,5 +1,5 @@
-// config_store.cpp: the configuration store and the factory store as the firmware's programs call them. What is refused,
-// a missing file and a failed system call give 0 and a line in the log, and nothing changed.
+// config_store.cpp: the configuration store and the factory store as the firmware's programs call them. What is
+// refused, a missing file and a failed system call give 0 and a line in the log, and nothing changed.
 
 #include "applatform/config_store.h"
 
@@ -42,6 +42,12 @@ int set(ap::host::WorkingSet &store, const char *key, const char *value) {
     });
 }
 
+bool replace_working_set(const ap::host::Entries &entries) {
+    if (!entries.empty()) return config_store().replace(entries);
+    log_debug_print(__func__, __LINE__, level_error, "cfm", "there are no values to replace the working set by");
+    return false;
+}
+
 // An uploaded file with a malformed line is not one of ours, or damaged: the working set stays as it is.
 bool upload() {
     ap::host::Entries all;
@@ -50,14 +56,14 @@ bool upload() {
         if (!ap::host::read_config_file(path, parsed) || !parsed.bad_lines.empty()) return false;
         std::ranges::move(parsed.entries, std::back_inserter(all));
     }
-    return !all.empty() && config_store().replace(all);
+    return replace_working_set(all);
 }
 
 // The factory file is the device's own: what is malformed in it is left out.
 bool restore() {
     ap::host::ParsedText parsed;
     if (!ap::host::read_config_file(config_store().files().factory_values, parsed)) return false;
-    return !parsed.entries.empty() && config_store().replace(parsed.entries);
+    return replace_working_set(parsed.entries);
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
 // config_text.cpp: configuration values as lines `key=value`, and as the committed image.
 //
 // An image is "#cfm 1 CHECKSUM LENGTH\n" and then its lines, in the order of their keys. CHECKSUM is the CRC-32 of the
-// lines in eight hexadecimal digits, LENGTH is the number of their bytes in ten decimal digits. The heading is a comment
-// to a reader of configuration files, so an image is one, too. See docs/config-store.md.
+// lines in eight hexadecimal digits, LENGTH is the number of their bytes in ten decimal digits. The heading is a
+// comment to a reader of configuration files, so an image is one, too. See docs/config-store.md.
 
 #include "platform/host/config_text.h"
 

@@ -2,8 +2,8 @@
 //
 // LMDB maps its lock file for writing and leaves it sparse, so that on a full file system the first touch of a new page
 // would kill the process; its zeros are written here first, where running out of room is an error like others. The file
-// that LMDB leaves when it runs out of room while it makes one is too short to be opened and is made anew. The first load
-// is one transaction, with a mark that it is done: killed half-way, the next process starts over.
+// that LMDB leaves when it runs out of room while it makes one is too short to be opened and is made anew. The first
+// load is one transaction, with a mark that it is done: killed half-way, the next process starts over.
 
 #include "platform/host/environment.h"
 
@@ -62,7 +62,8 @@ int open_handle(const StoreFiles &files, OwnedHandle &handle) {
     handle.reset(created);
     mdb_env_set_mapsize(created, working_set_limit);
     mdb_env_set_maxreaders(created, most_readers);
-    if (const int error = mdb_env_open(created, files.working_set, MDB_NOSUBDIR | MDB_NOTLS | MDB_NOSYNC, 0600)) return error;
+    if (const int error = mdb_env_open(created, files.working_set, MDB_NOSUBDIR | MDB_NOTLS | MDB_NOSYNC, 0600))
+        return error;
     return close_on_exec(created);
 }
 

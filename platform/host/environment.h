@@ -16,7 +16,8 @@ inline constexpr unsigned most_readers = 1000;
 struct Environment {
     MDB_env *handle = nullptr;
     MDB_dbi values = 0;
-    Environment *inherited = nullptr;  // the one that was open before this process was forked off
+    MDB_txn *inherited_reader = nullptr;  // in a forked child: what the thread that forked read with
+    Environment *inherited = nullptr;     // and what was open before this one
 };
 
 // Opens the files of a working set, and fills the set from `first_values` when it is fresh. The caller holds the start
@@ -51,7 +52,8 @@ int put_all(MDB_txn *transaction, MDB_dbi values, const Entries &entries);
 // Marks the set as filled, so that no process fills it again. MDB_KEYEXIST when it is already.
 int put_filled_mark(MDB_txn *transaction, MDB_dbi values);
 
-// Frees the places of readers that were killed, and with them the pages that those held back. True when there were some.
+// Frees the places of readers that were killed, and with them the pages that those held back. True when there were
+// some.
 bool clear_dead_readers(const Environment &environment);
 
 // True when another thread or process is in the middle of a read, and thereby holds pages back for now.

@@ -22,7 +22,7 @@ namespace {
 
 constexpr char api_path[] = "/var/socket/api", user_info_path[] = "/var/socket/user_info";
 constexpr timeval time_limit = {3, 0};
-constexpr size_t longest_answer = 64 * 1024;
+constexpr size_t longest_answer = size_t{64} << 10;
 
 template <size_t N> ap::UniqueFd connected_socket(int type, const char (&path)[N]) {
     ap::UniqueFd connection(socket(AF_UNIX, type | SOCK_CLOEXEC, 0));
@@ -33,14 +33,14 @@ template <size_t N> ap::UniqueFd connected_socket(int type, const char (&path)[N
     address.sun_family = AF_UNIX;
     static_assert(N <= sizeof address.sun_path);
     memcpy(address.sun_path, path, N);
-    if (connect(connection.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) return ap::UniqueFd();
+    if (connect(connection.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
+        return ap::UniqueFd();
     return connection;
 }
 
 // The length of the packet that comes next, which stays in the socket; 0 when none comes.
 size_t next_packet_length(int connection) {
-    const ssize_t length =
-        ap::retry_interrupted([&] { return recv(connection, nullptr, 0, MSG_PEEK | MSG_TRUNC); });
+    const ssize_t length = ap::retry_interrupted([&] { return recv(connection, nullptr, 0, MSG_PEEK | MSG_TRUNC); });
     return length > 0 ? std::min(static_cast<size_t>(length), longest_answer) : 0;
 }
 

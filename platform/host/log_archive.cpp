@@ -1,6 +1,6 @@
-// log_archive.cpp: the log files as a compressed archive on flash, "/cfg/log/log.tar.gz" in ustar form: a heading of 512
-// bytes a file, its content filled up to 512 bytes, and two empty blocks behind the last. What goes in: the platform's log,
-// the one before it, and the error logs "/var/debug.*.log".
+// log_archive.cpp: the log files as a compressed archive on flash, "/cfg/log/log.tar.gz" in ustar form: a heading of
+// 512 bytes a file, its content filled up to 512 bytes, and two empty blocks behind the last. What goes in: the
+// platform's log, the one before it, and the error logs "/var/debug.*.log".
 
 #include "platform/host/log_archive.h"
 
@@ -11,6 +11,7 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <numeric>
 #include <stdexcept>
 #include <string>
 #include <sys/stat.h>
@@ -42,9 +43,8 @@ template <size_t N> void put_octal(char (&field)[N], unsigned long number) {
 // The sum of the heading's bytes, with the checksum's own field as blanks.
 unsigned long checksum_of(TarHeading heading) {
     std::memset(heading.checksum, ' ', sizeof heading.checksum);
-    unsigned long sum = 0;
-    for (const unsigned char byte : std::string_view(reinterpret_cast<const char *>(&heading), sizeof heading)) sum += byte;
-    return sum;
+    const auto *bytes = reinterpret_cast<const unsigned char *>(&heading);
+    return std::accumulate(bytes, bytes + sizeof heading, 0ul);
 }
 
 void append_file(std::string &archive, const std::string &name, const std::string &content) {

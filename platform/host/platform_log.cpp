@@ -1,8 +1,9 @@
 // platform_log.cpp: the platform's log, one file in memory that every process appends to.
 //
-// A line of "/var/logs.txt" reads "YYYY-MM-DD HH:MM:SS [LEVEL] PROCESS[MODULE]: FUNCTION(LINE): text", the form in which
-// the system log list shows daemons' lines, and has at most 255 characters with its line feed, which is what that list
-// reads at once. Lines above level 5 (function entry and exit) are left out. A file that has reached 200 KiB becomes
+// A line of "/var/logs.txt" reads "YYYY-MM-DD HH:MM:SS [LEVEL] PROCESS[MODULE]: FUNCTION(LINE): text", the form in
+// which the system log list shows daemons' lines, and has at most 255 characters with its line feed, which is what that
+// list reads at once. Lines above level 5 (function entry and exit) are left out. A file that has reached 200 KiB
+// becomes
 // "/var/logs.txt.0", in place of the one before it. Each line is one write, so lines of several processes never mix.
 
 #include <algorithm>
@@ -22,7 +23,7 @@
 namespace {
 
 constexpr const char *log_path = "/var/logs.txt", *older_log_path = "/var/logs.txt.0";
-constexpr off_t log_size_limit = 200 * 1024;
+constexpr off_t log_size_limit = off_t{200} << 10;
 constexpr int most_verbose_level = 5;
 constexpr size_t line_size = 255 + 1;
 

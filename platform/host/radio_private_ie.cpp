@@ -1,10 +1,11 @@
 // radio_private_ie.cpp: the virtual driver's private information elements: a switch and numbered ports, kept for each
-// access point in the world's state.
+// access point in the world's state. What travels through them is the subject of private_lines.cpp.
 
 #include <algorithm>
 
 #include "applatform/wireless_driver.h"
 #include "foundation/byte_order.h"
+#include "platform/host/private_lines.h"
 #include "platform/host/radio_call.h"
 
 namespace ap::host {
@@ -26,13 +27,15 @@ PrivatePort port_of(const uint8_t *request) {
     return port;
 }
 
-// Runs action(elements) on this access point's elements; its result is the call's.
+// Runs action(elements) on this access point's elements; its result is the call's. Lines follow what it changed.
 template <typename Action> int on_elements(const char *call, Action action) {
     WorldAccess access;
     if (!access) return -1;
     if (const Fault *fault = access->meet_fault(call, "")) return fault->result;
     if (access->own() == nullptr) return -1;
-    return action(access->change().private_elements[access->own()->name]);
+    const int result = action(access->change().private_elements[access->own()->name]);
+    follow_ports(*access);
+    return result;
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "applatform/wireless_driver.h"
 #include "foundation/byte_order.h"
 #include "foundation/text.h"
+#include "platform/host/private_lines.h"
 #include "platform/host/radio_call.h"
 
 namespace ap::host {
@@ -84,18 +85,25 @@ std::vector<int> wanted_channels(const Radio &radio, Record results) {
     return channels;
 }
 
-int fill_results(World &world, const RadioPlace &place, Record results) {
+// The networks that the radio's last scan was to find; the number of entries. None without a scan.
+size_t fill_entries(const World &world, const RadioPlace &place, const std::vector<HeardNetwork> &heard,
+                    Record results) {
     const auto scan = world.state().scans.find(place.key());
-    const auto heard = world.heard_by(place);
-    const auto is_wanted = [&](const HeardNetwork &network) {
-        if (scan->second.channel != 0 && network.setting.channel != scan->second.channel) return false;
-        return scan->second.ssid.empty() || network.network->ssid == scan->second.ssid;
-    };
+    if (scan == world.state().scans.end()) return 0;
+    const auto &[channel, ssid] = scan->second;
     size_t count = 0;
-    if (scan != world.state().scans.end())
-        for (const HeardNetwork &network : heard)
-            if (count < entry_capacity && is_wanted(network))
-                fill_entry(network, results.subspan(entries_at + count++ * entry_size, entry_size));
+    for (const HeardNetwork &network : heard) {
+        if (channel != 0 && network.setting.channel != channel) continue;
+        if (!ssid.empty() && network.network->ssid != ssid) continue;
+        if (count == entry_capacity) break;
+        fill_entry(network, results.subspan(entries_at + count++ * entry_size, entry_size));
+    }
+    return count;
+}
+
+int fill_results(const World &world, const RadioPlace &place, Record results) {
+    const auto heard = world.heard_by(place);
+    const size_t count = fill_entries(world, place, heard, results);
 
     const auto channels = wanted_channels(*place.radio, results);
     for (size_t i = 0; i < channels.size(); ++i)
@@ -125,6 +133,8 @@ int uwb_scan(const char *ifname, const void *request160) {
 int uwb_get_scanresults(const char *ifname, void *buffer124936) {
     static_assert(results_size == 124936);
     const Record results = record_of(buffer124936, results_size);
-    return on_interface(__func__, ifname, results,
-                        [&](World &world, const RadioPlace &place) { return fill_results(world, place, results); });
+    return on_interface(__func__, ifname, results, [&](World &world, const RadioPlace &place) {
+        collect_lines(world);
+        return fill_results(world, place, results);
+    });
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cjson/cJSON.h>
+#include <cmath>
 #include <cstdio>
 
 #include "applatform/system.h"
@@ -58,6 +59,7 @@ private:
         const std::string text = text_member(object, name);
         MacAddress address{};
         int length = 0;
+        // NOLINTNEXTLINE(cert-err34-c): two digits always fit a byte, and the fields are counted
         const int fields = std::sscanf(text.c_str(), "%2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx%n", &address[0], &address[1],
                                        &address[2], &address[3], &address[4], &address[5], &length);
         if (fields != 6 || static_cast<size_t>(length) != text.size())
@@ -169,9 +171,10 @@ private:
         client.position = position(object);
         client.received_per_second = number_member(object, "received_per_second", 0);
         client.sent_per_second = number_member(object, "sent_per_second", 0);
-        client.received_before = counter(object, "received_before");
-        client.sent_before = counter(object, "sent_before");
-        client.connected_before = number_member(object, "connected_before", 60);
+        client.connected_before = std::max(0.0, number_member(object, "connected_before", 60));
+        client.received_before =
+            counter(object, "received_before", client.received_per_second * client.connected_before);
+        client.sent_before = counter(object, "sent_before", client.sent_per_second * client.connected_before);
         client.power_dbm = int_member(object, "power_dbm", client.power_dbm);
         const std::string place = text_member(object, "address_in", "table");
         if (place != "table" && place != "file" && place != "nowhere")
@@ -182,8 +185,10 @@ private:
         return client;
     }
 
-    static uint32_t counter(const cJSON *object, const char *name) {
-        return static_cast<uint32_t>(std::clamp<double>(number_member(object, name, 0), 0, UINT32_MAX));
+    // Counters wrap as the driver's do; without a value, the traffic has been flowing since the client associated.
+    static uint32_t counter(const cJSON *object, const char *name, double otherwise) {
+        const double value = std::max(0.0, number_member(object, name, otherwise));
+        return static_cast<uint32_t>(std::fmod(std::floor(value), 4294967296.0));
     }
 
     Fault fault(const cJSON *object) {

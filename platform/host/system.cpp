@@ -71,7 +71,9 @@ int runs(const char *name) {
     if (name == nullptr || *name == '\0') return 0;
     try {
         return processes_named(name).empty() ? 0 : 1;
-    } catch (const std::exception &) { return 0; }
+    } catch (const std::exception &) {
+        return 0;
+    }
 }
 
 // Signals every process of that name but process 1 and the caller; the number of those that it found.
@@ -110,7 +112,9 @@ int monitor_stop(const char *name) {
     }
     try {
         return stop_all(name);
-    } catch (const std::exception &) { return -1; }
+    } catch (const std::exception &) {
+        return -1;
+    }
 }
 
 unsigned int system_get_uptime(void) {

@@ -12,7 +12,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
-#include <vector>
 
 #include "platform/host/process_lock.h"
 
@@ -31,13 +30,9 @@ constinit WorkingSet sets[set_count] = {
                1),
 };
 
-struct Reader {
-    MDB_txn *transaction;            // reset between two reads
-    const Environment *environment;  // the one that the transaction belongs to
-};
-constinit thread_local Reader readers[set_count] = {};
+// The thread's read transactions, reset between two reads; null before the first.
+constinit thread_local MDB_txn *readers[set_count] = {};
 
-pthread_once_t hooks_once = PTHREAD_ONCE_INIT;
 pthread_key_t thread_end_key;
 
 struct ResetTransaction {
@@ -66,7 +61,7 @@ int visit_all(MDB_txn *transaction, MDB_dbi values, const Visitor &visitor) {
 }
 
 constexpr unsigned writes_between_checks = 256;  // for killed readers, so that the file does not grow until it is full
-constexpr int most_retries = 200;  // of a write that has no room, one millisecond apart
+constexpr int most_retries = 200;                // of a write that has no room, one millisecond apart
 constexpr useconds_t retry_us = 1000;
 
 bool is_out_of_room(int error) { return error == MDB_MAP_FULL || error == ENOSPC; }
@@ -79,22 +74,13 @@ bool can_get_room(const Environment &environment) {
     return true;
 }
 
-// The read transactions of the process that this one was forked from: still known, never released.
-void keep_inherited(MDB_txn *transaction) {
-    static pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-    static auto &inherited = *new std::vector<MDB_txn *>;
-    if (transaction == nullptr) return;
-    const ap::MutexLock lock(mutex);
-    inherited.push_back(transaction);
-}
-
 }  // namespace
 
 WorkingSet &config_store() { return sets[0]; }
 WorkingSet &factory_store() { return sets[1]; }
 
-// Around a fork no thread holds the mutexes, and the child starts without an environment. A thread that ends gives its
-// places in the tables of readers back.
+// Around a fork no thread holds the mutexes, and the child starts without an environment: what it inherits is kept
+// where it can be found, and never released. A thread that ends gives its places in the tables of readers back.
 struct ProcessHooks {
     static void before_fork() {
         for (WorkingSet &set : sets) {
@@ -110,28 +96,28 @@ struct ProcessHooks {
     }
     static void in_child() {
         for (WorkingSet &set : sets) {
+            MDB_txn *reader = std::exchange(readers[set.index_], nullptr);
             Environment *environment = set.environment_.exchange(nullptr);
             if (environment == nullptr) continue;
-            environment->inherited = set.inherited_;
-            set.inherited_ = environment;
+            environment->inherited_reader = reader;
+            environment->inherited = std::exchange(set.inherited_, environment);
         }
         unlock_all();
     }
     static void at_thread_end(void *) {
         for (const WorkingSet &set : sets) {
-            const Reader reader = std::exchange(readers[set.index_], {});
-            if (reader.environment == nullptr) continue;
-            if (reader.environment == set.environment_.load()) mdb_txn_abort(reader.transaction);
+            MDB_txn *reader = std::exchange(readers[set.index_], nullptr);
+            if (reader != nullptr) mdb_txn_abort(reader);
         }
     }
-    static void install() {
+    // Before any thread can fork or open a set.
+    [[gnu::constructor]] static void install() {
         pthread_atfork(before_fork, unlock_all, in_child);
         pthread_key_create(&thread_end_key, at_thread_end);
     }
 };
 
 const Environment *WorkingSet::open() {
-    pthread_once(&hooks_once, ProcessHooks::install);
     mkdir("/var/run", 0755);
     const ProcessLock start(open_mutex_, files_.start_lock);
     Environment *environment = environment_.load(std::memory_order_relaxed);
@@ -144,23 +130,21 @@ const Environment *WorkingSet::open() {
 }
 
 // The thread's own transaction, renewed; null when there is no room for one more reader.
-inline MDB_txn *WorkingSet::begin_read(const Environment &environment) {
-    const Reader &reader = readers[index_];
-    if (reader.environment != &environment) [[unlikely]]
+inline MDB_txn *WorkingSet::begin_read(const Environment &environment) const {
+    MDB_txn *transaction = readers[index_];
+    if (transaction == nullptr) [[unlikely]]
         return attach_reader(environment);
-    return mdb_txn_renew(reader.transaction) == 0 ? reader.transaction : nullptr;
+    return mdb_txn_renew(transaction) == 0 ? transaction : nullptr;
 }
 
-MDB_txn *WorkingSet::attach_reader(const Environment &environment) {
-    Reader &reader = readers[index_];
-    keep_inherited(std::exchange(reader, {}).transaction);
-    const auto begin = [&] { return mdb_txn_begin(environment.handle, nullptr, MDB_RDONLY, &reader.transaction); };
+MDB_txn *WorkingSet::attach_reader(const Environment &environment) const {
+    MDB_txn *transaction = nullptr;
+    const auto begin = [&] { return mdb_txn_begin(environment.handle, nullptr, MDB_RDONLY, &transaction); };
     int error = begin();
     if (error == MDB_READERS_FULL && clear_dead_readers(environment)) error = begin();
     if (error != 0) return nullptr;
-    reader.environment = &environment;
     pthread_setspecific(thread_end_key, readers);
-    return reader.transaction;
+    return readers[index_] = transaction;
 }
 
 template <typename Action> inline void WorkingSet::read(const Environment &environment, Action action) {
@@ -180,8 +164,7 @@ bool WorkingSet::get(std::string_view key, char *value) {
     const Environment *environment = opened();
     if (environment == nullptr || key.empty() || is_own_key(key)) return false;
     bool found = false;
-    read(*environment,
-         [&](MDB_txn *transaction) { found = copy_value(transaction, environment->values, key, value); });
+    read(*environment, [&](MDB_txn *transaction) { found = copy_value(transaction, environment->values, key, value); });
     return found;
 }
 
@@ -189,8 +172,7 @@ bool WorkingSet::visit(const Visitor &visitor) {
     const Environment *environment = opened();
     if (environment == nullptr) return false;
     int error = MDB_BAD_TXN;
-    read(*environment,
-         [&](MDB_txn *transaction) { error = visit_all(transaction, environment->values, visitor); });
+    read(*environment, [&](MDB_txn *transaction) { error = visit_all(transaction, environment->values, visitor); });
     if (error != 0) log_store_error(files_.working_set, error);
     return error == 0;
 }

@@ -1,8 +1,8 @@
 // working_set.h: the values that all processes of the device share, in one LMDB environment.
 //
-// Caveats. A process keeps what it opened until it ends. A forked child opens its own; what it inherits (three descriptors
-// and a mapping, until it executes another program) is left alone, because releasing it would release what the parent
-// still uses. A visitor must not read or write the set that it visits.
+// Caveats. A process keeps what it opened until it ends. A forked child opens its own; what it inherits (three
+// descriptors and a mapping, until it executes another program) is left alone, because releasing it would release what
+// the parent still uses. A visitor must not read or write the set that it visits.
 #pragma once
 
 #include <atomic>
@@ -42,8 +42,8 @@ private:
         return environment != nullptr ? environment : open();
     }
     const Environment *open();
-    MDB_txn *begin_read(const Environment &environment);
-    MDB_txn *attach_reader(const Environment &environment);
+    MDB_txn *begin_read(const Environment &environment) const;
+    MDB_txn *attach_reader(const Environment &environment) const;
     template <typename Action> void read(const Environment &environment, Action action);
     template <typename Change> bool write(Change change);
 

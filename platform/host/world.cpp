@@ -33,6 +33,15 @@ std::string box_name() {
     return name.substr(0, name.find_first_of("\r\n"));
 }
 
+// By the box's whole name, else by what stands behind its last "-"; else the first.
+const AccessPoint *find_own(const std::vector<AccessPoint> &points, const std::string &name) {
+    for (const std::string &wanted : {name, name.substr(name.rfind('-') + 1)}) {
+        const auto found = std::ranges::find(points, wanted, &AccessPoint::name);
+        if (found != points.end()) return &*found;
+    }
+    return points.empty() ? nullptr : &points.front();
+}
+
 // Says once in a process what is wrong with the scenario.
 void complain(const std::string &error) {
     static std::atomic<bool> said{false};
@@ -57,13 +66,7 @@ uint32_t counter(uint32_t before, double per_second, double seconds) {
 
 World::World(Scenario scenario, WorldState state, const std::string &own_name)
     : scenario_(std::move(scenario)), state_(std::move(state)) {
-    const auto &points = scenario_.access_points;
-    const auto named = std::ranges::find(points, own_name, &AccessPoint::name);
-    if (named != points.end()) {
-        own_ = &*named;
-    } else if (!points.empty()) {
-        own_ = &points.front();
-    }
+    own_ = find_own(scenario_.access_points, own_name);
     if (state_.started_at <= 0) change().started_at = now_seconds();
 }
 
@@ -123,12 +126,14 @@ double World::load_of(const RadioPlace &place) const {
 
 // Calls action(place) for every network of the band that an access point sends.
 template <typename Action> void World::each_transmitter(int band, Action action) const {
-    for (const AccessPoint &point : scenario_.access_points)
-        for (const Radio &radio : point.radios)
+    for (const AccessPoint &point : scenario_.access_points) {
+        for (const Radio &radio : point.radios) {
             for (const Network &network : radio.networks) {
                 const RadioPlace place{&point, &radio, &network};
                 if (radio.band == band && place.is_up()) action(place);
             }
+        }
+    }
 }
 
 std::vector<HeardNetwork> World::heard_by(const RadioPlace &place) const {

@@ -7,6 +7,7 @@
 
 #include "foundation/file_io.h"
 #include "foundation/owned.h"
+#include "foundation/text.h"
 #include "platform/host/json_read.h"
 #include "platform/host/safe_file.h"
 
@@ -53,6 +54,11 @@ PrivateElements read_private_elements(const cJSON *item) {
                                   int_member(port, "max_length", 0), text_member(port, "interfaces"),
                                   text_member(port, "payload_name")});
     }
+    elements.line = text_member(item, "line");
+    elements.age_seconds = int_member(item, "age_seconds", elements.age_seconds);
+    each_member(item, "heard", [&](const std::string &sender, const cJSON *heard) {
+        elements.heard[sender] = {text_member(heard, "text"), number_member(heard, "noticed_at", 0)};
+    });
     return elements;
 }
 
@@ -68,6 +74,14 @@ void add_private_elements(cJSON *item, const PrivateElements &elements) {
         add(entry, "payload_name", port.payload_name);
         cJSON_AddItemToArray(ports, entry);
     }
+    add(item, "line", elements.line);
+    add(item, "age_seconds", elements.age_seconds);
+    cJSON *heard = add_object(item, "heard");
+    for (const auto &[sender, line] : elements.heard) {
+        cJSON *entry = add_object(heard, sender);
+        add(entry, "text", line.text);
+        add(entry, "noticed_at", line.noticed_at);
+    }
 }
 
 std::map<int, GpioLine> read_gpio_lines(const cJSON *item) {
@@ -75,7 +89,7 @@ std::map<int, GpioLine> read_gpio_lines(const cJSON *item) {
     const cJSON *line = nullptr;
     cJSON_ArrayForEach(line, item) {
         if (line->string != nullptr)
-            lines[std::atoi(line->string)] = {int_member(line, "value", 0), flag_member(line, "locked", false)};
+            lines[ap::to_int(line->string)] = {int_member(line, "value", 0), flag_member(line, "locked", false)};
     }
     return lines;
 }
@@ -129,7 +143,7 @@ WorldState read_world_state(const std::string &path) {
     each_member(root, "gpio_lines",
                 [&](const std::string &key, const cJSON *item) { state.gpio_lines[key] = read_gpio_lines(item); });
     each_member(root, "fault_calls", [&](const std::string &key, const cJSON *item) {
-        state.fault_calls[std::atoi(key.c_str())] = item->valueint;
+        state.fault_calls[ap::to_int(key.c_str())] = item->valueint;
     });
     return state;
 }

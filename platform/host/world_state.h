@@ -30,9 +30,18 @@ struct PrivatePort {
     std::string interfaces, payload_name;
 };
 
+// A neighbour's line, and when its sender was last noticed, by the receiver's clock; 0: not since it arrived.
+struct HeardLine {
+    std::string text;
+    double noticed_at = 0;
+};
+
 struct PrivateElements {
     bool on = false;
     std::vector<PrivatePort> ports;
+    std::string line;  // that is broadcast; empty: none
+    int age_seconds = 120;
+    std::map<std::string, HeardLine> heard;  // by the sender's name
 };
 
 struct GpioLine {

@@ -11,8 +11,7 @@ int import(ap::host::WorkingSet &store, const ImportOptions &options, const std:
     std::string content, error;
     if (!ap::host::read_whole_file(path.c_str(), content, error)) return fail(path + ": " + error);
     const ap::host::ParsedText parsed = ap::host::parse_config_text(content);
-    for (const auto &bad : parsed.bad_lines)
-        std::fprintf(stderr, "%s:%zu: %s\n", path.c_str(), bad.number, bad.reason);
+    for (const auto &bad : parsed.bad_lines) std::fprintf(stderr, "%s:%zu: %s\n", path.c_str(), bad.number, bad.reason);
     if (!parsed.bad_lines.empty() && !options.skip_malformed) return fail("nothing was imported");
     if (parsed.entries.empty()) return fail(path + " holds no values");
 

@@ -128,5 +128,7 @@ int fail(const std::string &message) {
 int main(int argc, char **argv) {
     try {
         return cfm::run(cfm::Words(argv + 1, argv + argc));
-    } catch (const std::exception &error) { return cfm::fail(error.what()); }
+    } catch (const std::exception &error) {
+        return cfm::fail(error.what());
+    }
 }

@@ -9,8 +9,10 @@ extern "C" {
 int ifaddrs_get_if_netmac(const char *ifname, unsigned char mac[6]);
 /* 1: up. */
 int ifaddrs_get_interface_downup(const char *ifname);
+/* Six octets of one or two hexadecimal digits, separated by ":"; `mac` is written only when all of it is good. */
 int ifaddrs_ethaddr_aton(const char *text, unsigned char mac[6]);
-/* Writes the address after `ip` within `mask` into `out`. */
+/* Flag 0: the same host in the next subnet of size `mask`; other flags: the next host of the same subnet. Writes at most 16
+   bytes into `out`; -1, with `out` untouched, when there is none below 224.0.0.0 or an address is malformed. */
 int ifaddrs_ip_increase(const char *ip, const char *mask, char *out, int flag);
 /* Non-zero: the two subnets overlap. */
 int check_ip_is_same_net(const char *ip, const char *mask, const char *ip2, const char *mask2);
