@@ -8,6 +8,7 @@ namespace ap {
 
 namespace {
 
+constexpr char log_module[] = "common_so";             // of the diagnostic log and of the platform's logger
 constexpr int lan_interface = 0, wan_interfaces = 11;  // the WAN interfaces 1 to 4 follow behind
 constexpr const char *dial_up_interfaces[] = {"ppp1", "ppp2", "ppp3", "ppp4"};
 
@@ -27,7 +28,8 @@ const char *ifaddrs_get_lan_ifname(void) { return get_eth_name(ap::lan_interface
 
 const char *ifaddrs_get_wan_ifname(int wan, int kind, int proto) {
     if (wan < 1 || wan > ap::highest_wan || kind < 1 || kind > ap::highest_kind || proto > ap::highest_protocol) {
-        AP_PLATFORM_LOG(2, "common_so", "arg is error.");
+        AP_ERROR(ap::log_module, "arg is error.");
+        AP_PLATFORM_LOG(2, ap::log_module, "arg is error.");
         return nullptr;
     }
     return kind == ap::gateway_kind ? ifaddrs_get_wan_ifname_gw(wan, proto) : nullptr;

@@ -16,7 +16,7 @@ namespace {
 
 constexpr int port_count = 6;
 constexpr unsigned int unknown_speed = 255, unknown_duplex = 15;
-constexpr int most_lan_ports = 64;  // bounds the search, whatever number of ports is configured
+constexpr int most_lan_ports = 65536;  // bounds the search, whatever number of ports is configured
 
 int link_status(const char *function, int port) {
     unsigned char record[4 + 4 + 4] = {};

@@ -31,7 +31,7 @@ declared_in() {
         $compiler -std=gnu99 -E -I"$source_folder/include" -I"$source_folder/platform/include" -x c - |
         awk -v own="$include_folder/" '
             /^# [0-9]+ "/ { ours = index($3, own) > 0; next }
-            ours { text = text " " $0 }
+            ours && !/^#/ { text = text " " $0 }
             END {
                 while (match(text, /\{[^{}]*\}/)) text = substr(text, 1, RSTART - 1) " " substr(text, RSTART + RLENGTH)
                 while (match(text, /__attribute__ *\(\([^()]*(\([^()]*\)[^()]*)*\)\)/))

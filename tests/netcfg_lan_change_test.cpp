@@ -130,19 +130,6 @@ TEST_F(LanChange, WalksFromTheFirstEntryToTheCountAndNoFurther) {
     }
 }
 
-TEST_F(LanChange, KeepsTheHostPartUnderEveryMask) {
-    for (int prefix = 8; prefix <= 30; ++prefix) {
-        SCOPED_TRACE(prefix);
-        const uint32_t host_part = 0x00345679 & (UINT32_MAX >> prefix);
-        const in_addr mask{htonl(UINT32_MAX << (32 - prefix))};
-        const in_addr old_host{htonl(0x0A000000 | host_part)}, new_host{htonl(0xAC000000 | host_part)};
-        const std::string mask_text = inet_ntoa(mask);
-        begin(one_entry(snat, std::string(inet_ntoa(old_host)) + ";x"));
-        check_change_lanip_handle("172.0.0.1", mask_text.c_str(), "10.0.0.1", mask_text.c_str());
-        EXPECT_EQ(store["adv.snat.list1"], std::string(inet_ntoa(new_host)) + ";x");
-    }
-}
-
 // The parts are added in the word as `inet_addr` gives it, so the sum carries into the next byte of the text.
 TEST_F(LanChange, AddsThePartsWhenTheNewNetworkIsSmaller) {
     begin(one_entry(snat, "10.0.252.5;x"));

@@ -94,13 +94,6 @@ TEST_F(Wan, DecidesTheLinkStatus) {
     EXPECT_EQ(test::open_descriptors(), before);
 }
 
-TEST_F(Wan, AsksTheDaemonOfItsKind) {
-    running = {"pppd_wan3"};
-    EXPECT_THAT(test::printed_by([] { EXPECT_EQ(system_wan_get_link_status_ppp(3, 0, 0), 2); }), HasSubstr(connecting));
-    EXPECT_THAT(test::printed_by([] { EXPECT_EQ(system_wan_get_link_status_dhcp(3, 0, 0), 1); }),
-                HasSubstr(not_connected));
-}
-
 TEST_F(Wan, FindsThePortOfALabel) {
     const struct {
         std::string map;

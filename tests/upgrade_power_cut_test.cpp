@@ -72,15 +72,4 @@ TEST_F(PowerCut, AlwaysBootsTheOldBankAndTheNextUpgradeSucceeds) {
     }
 }
 
-TEST_F(PowerCut, UpgradesFromBankToBankWithGrowingSequenceNumbers) {
-    uint32_t sequence = banks().banks[0].sequence;
-    for (int round = 0; round < 6; ++round) {
-        const int target = 3 - banks().running;
-        ASSERT_EQ(upgrade(static_cast<unsigned>(round)), 0);
-        restart();
-        EXPECT_EQ(banks().running, target);
-        EXPECT_EQ(banks().banks[static_cast<size_t>(target - 1)].sequence, ++sequence);
-    }
-}
-
 }  // namespace

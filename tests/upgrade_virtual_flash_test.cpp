@@ -143,19 +143,6 @@ TEST_F(VirtualFlash, RefusesToWriteWhatIsReadOnly) {
     }
 }
 
-TEST_F(VirtualFlash, ShowsTheWholeAndItsPartsAlike) {
-    const ap::UniqueFd all = open_bank(O_RDWR, "ALL");
-    lseek(all.get(), 2 * 8192 - 2, SEEK_SET);
-    ASSERT_EQ(write(all.get(), "1234", 4), 4) << "the end of WebFS and the start of KernelFS1";
-    EXPECT_EQ(content("WebFS").substr(8190), "12");
-    EXPECT_EQ(content("KernelFS1")[0] & '3', content("KernelFS1")[0]);
-    char bytes[2];
-    const ap::UniqueFd web = open_bank(O_RDONLY, "WebFS");
-    lseek(web.get(), -2, SEEK_END);
-    EXPECT_EQ(read(web.get(), bytes, 2), 2);
-    EXPECT_EQ(std::string(bytes, 2), "12");
-}
-
 TEST_F(VirtualFlash, ForgetsADescriptorThatBecameAnotherFile) {
     const ap::UniqueFd file = ap::open_fd("/tmp/plain", O_RDWR | O_CREAT);
     ap::UniqueFd fd = open_bank();

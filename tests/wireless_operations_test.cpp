@@ -65,7 +65,7 @@ int uwb_get_sta_info(const char *ifname, int zero, void *, int capacity, int *co
 }
 int uwb_check_dev_status(const char *) { return driver.status; }
 int uwb_get_chan_info(const char *, void *record) {
-    for (int i = 0; i < 6; ++i) ap::store_le(static_cast<uint8_t *>(record) + 4 * i, 100 + i);
+    for (size_t i = 0; i < 6; ++i) ap::store_le(static_cast<uint8_t *>(record) + 4 * i, static_cast<int>(100 + i));
     ap::store_le(static_cast<uint8_t *>(record) + 8, driver.bandwidth);
     return answer("chan");
 }
@@ -112,10 +112,11 @@ TEST_F(Operation, CountsClients) {
     const struct {
         const char *what;
         int result, count, expected;
-    } cases[] = {
-        {"some", 0, 5, 5},      {"a full buffer", 0, 128, 128}, {"more than the buffer", 0, 129, 128},
-        {"nonsense", 0, -1, 0}, {"a failure", -1, 7, 0},
-    };
+    } cases[] = {{"some", 0, 5, 5},
+                 {"a full buffer", 0, 128, 128},
+                 {"more than the buffer", 0, 129, 128},
+                 {"nonsense", 0, -1, 0},
+                 {"a failure", -1, 7, 0}};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
         driver = Driver();
@@ -159,7 +160,7 @@ TEST_F(Operation, SendsChannelPowerAndPrivateElementRequests) {
     EXPECT_EQ(wifi_interface_create_private_ie(&description), -1);
     std::vector<uint8_t> expected(96, 0xee);
     expected[0] = 98;
-    for (int i = 0; i < 4; ++i) expected[52 + i] = static_cast<uint8_t>(4 - i);
+    for (size_t i = 0; i < 4; ++i) expected[52 + i] = static_cast<uint8_t>(4 - i);
     EXPECT_EQ(driver.request, expected);
 }
 
@@ -184,16 +185,14 @@ TEST_F(Operation, SetsTheScanRequestsWords) {
         unsigned int channel;
         int bandwidth;
         std::map<size_t, int> words;
-    } cases[] = {
-        {"no target", 0, 100, 80, {}},
-        {"no target at 160 MHz", 0, 36, 160, {{1, 1}, {2, 1}}},
-        {"channel 48", 7, 48, 20, {{2, 1}, {3, 7}}},
-        {"channel 49", 7, 49, 20, {{1, 1}, {2, 1}, {3, 7}}},
-        {"channel 148", 7, 148, 20, {{1, 1}, {2, 1}, {3, 7}}},
-        {"channel 149", 7, 149, 20, {{2, 1}, {3, 7}}},
-        {"a channel below 0", 7, 0xffffffff, 20, {{2, 1}, {3, 7}}},
-        {"a target at 160 MHz", -7, 36, 160, {{1, 1}, {2, 1}, {3, -7}}},
-    };
+    } cases[] = {{"no target", 0, 100, 80, {}},
+                 {"no target at 160 MHz", 0, 36, 160, {{1, 1}, {2, 1}}},
+                 {"channel 48", 7, 48, 20, {{2, 1}, {3, 7}}},
+                 {"channel 49", 7, 49, 20, {{1, 1}, {2, 1}, {3, 7}}},
+                 {"channel 148", 7, 148, 20, {{1, 1}, {2, 1}, {3, 7}}},
+                 {"channel 149", 7, 149, 20, {{2, 1}, {3, 7}}},
+                 {"a channel below 0", 7, 0xffffffff, 20, {{2, 1}, {3, 7}}},
+                 {"a target at 160 MHz", -7, 36, 160, {{1, 1}, {2, 1}, {3, -7}}}};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
         driver.bandwidth = c.bandwidth;

@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr size_t buffer_size = 124936, entries_at = 8, entry_size = 484, channels_at = 123912;
+constexpr size_t entries_at = 8, entry_size = 484, channels_at = 123912;
 constexpr char cache[] = "/var/sta_encode_ssid_cache";
 
 struct Entry {
@@ -43,8 +43,8 @@ int answer(const std::string &call, const std::string &note = "") {
 }
 
 void write_entry(uint8_t *bytes, const Entry &entry) {
-    std::memcpy(bytes, entry.ssid.data(), std::min<size_t>(entry.ssid.size(), 48));
-    std::memcpy(bytes + 49, entry.encoding.data(), std::min<size_t>(entry.encoding.size(), 8));
+    std::copy_n(entry.ssid.begin(), std::min<size_t>(entry.ssid.size(), 48), bytes);
+    std::copy_n(entry.encoding.begin(), std::min<size_t>(entry.encoding.size(), 8), bytes + 49);
     const uint8_t bssid[] = {0, 0x1a, 0xff, 3, 4, 5};
     std::memcpy(bytes + 57, bssid, 6);
     for (const auto &[position, word] : entry.words) ap::store_le(bytes + position, word);
@@ -93,7 +93,8 @@ int uwb_get_channel_list(const char *, int zero, void *list) {
 int uwb_scan(const char *, const void *request) {
     const auto *bytes = static_cast<const uint8_t *>(request);
     driver.scanned = ap::load_le<int>(bytes + 12);
-    driver.ssid = std::string(reinterpret_cast<const char *>(bytes) + 76, 49).c_str();
+    const auto *ssid = reinterpret_cast<const char *>(bytes) + 76;
+    driver.ssid = std::string(ssid, strnlen(ssid, 49));
     const int flags = 10 * ap::load_le<int>(bytes + 4) + ap::load_le<int>(bytes + 8);
     return answer("scan", "[" + std::to_string(flags) + "," + std::to_string(driver.scanned) + "]");
 }
@@ -111,9 +112,10 @@ int uwb_get_scanresults(const char *, void *buffer) {
     const int records = driver.scanned == 0 ? driver.channel_count : 1;
     if (driver.scanned == 0) ap::store_le(bytes + 4, records);
     for (int i = 0; i < std::min(records, 64); ++i) {
-        auto *record = bytes + channels_at + 16 * i;
+        auto *record = bytes + channels_at + 16 * static_cast<size_t>(i);
         if (driver.scanned == 0) ap::store_le(record, 200 + i);
-        for (int word = 1; word < 4; ++word) ap::store_le(record + 4 * word, 10 * (driver.scanned + i) + word);
+        for (const int word : {1, 2, 3})
+            ap::store_le(record + 4 * static_cast<size_t>(word), 10 * (driver.scanned + i) + word);
     }
     return answer("results", note);
 }
@@ -160,23 +162,21 @@ TEST_F(Scan, ReadsSecurityTexts) {
         int head, psk, psk_cipher, enterprise, enterprise_cipher;
         const char *text;
         std::string printed;
-    } cases[] = {
-        {0, 0, 9, 0, 9, "none", ""},
-        {-1, 2, 0, 2, 0, "wep", ""},
-        {-2, 1, 1, 0, 0, "wpa-psk/tkip", ""},
-        {0, 2, 0, 0, 1, "wpa2-psk/aes", ""},
-        {0, 3, 2, 0, 0, "wpa-psk&wpa2-psk/tkip&aes", ""},
-        {0, 4, 0, 0, 0, "wpa3/aes", ""},
-        {0, 5, 0, 0, 0, "wpa2-psk&wpa3/aes", ""},
-        {0, 6, 0, 0, 0, "owe/aes", ""},
-        {0, 7, 0, 0, 0, "wpa-psk&wpa2-psk/aes", psk_line},
-        {0, -1, 3, 0, 0, "wpa-psk&wpa2-psk/tkip&aes", psk_line + cipher_line},
-        {0, 0, 0, 1, 1, "wpa/tkip", ""},
-        {0, 0, 0, 2, 0, "wpa2/aes", ""},
-        {0, 0, 0, 3, -1, "wpa&wpa2/tkip&aes", cipher_line},
-        {0, 0, 0, 4, 0, "wpa&wpa2/aes", wpa_line},
-        {0, 1, 0, 1, 0, "", ""},
-    };
+    } cases[] = {{0, 0, 9, 0, 9, "none", ""},
+                 {-1, 2, 0, 2, 0, "wep", ""},
+                 {-2, 1, 1, 0, 0, "wpa-psk/tkip", ""},
+                 {0, 2, 0, 0, 1, "wpa2-psk/aes", ""},
+                 {0, 3, 2, 0, 0, "wpa-psk&wpa2-psk/tkip&aes", ""},
+                 {0, 4, 0, 0, 0, "wpa3/aes", ""},
+                 {0, 5, 0, 0, 0, "wpa2-psk&wpa3/aes", ""},
+                 {0, 6, 0, 0, 0, "owe/aes", ""},
+                 {0, 7, 0, 0, 0, "wpa-psk&wpa2-psk/aes", psk_line},
+                 {0, -1, 3, 0, 0, "wpa-psk&wpa2-psk/tkip&aes", psk_line + cipher_line},
+                 {0, 0, 0, 1, 1, "wpa/tkip", ""},
+                 {0, 0, 0, 2, 0, "wpa2/aes", ""},
+                 {0, 0, 0, 3, -1, "wpa&wpa2/tkip&aes", cipher_line},
+                 {0, 0, 0, 4, 0, "wpa&wpa2/aes", wpa_line},
+                 {0, 1, 0, 1, 0, "", ""}};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.text);
         driver.entries[0] = {{"n",
@@ -228,8 +228,7 @@ TEST_F(Scan, ChoosesItsStyleByNameChannelAndBandwidth) {
         {"wlan1", 80, false, false, "info radar52 " + full},  {"wlan1", 80, true, false, "info radar52 " + each},
         {"wlan2", 80, true, false, "info radar52 " + each},   {"wlan", 80, true, false, "info radar52 " + each},
         {"", 80, true, false, "info radar52 " + each},        {"wlan1.0", 80, true, false, "info " + full},
-        {"wlan1", 160, false, false, "info radar52 " + each}, {"wlan1", 80, true, true, "info radar52 " + full},
-    };
+        {"wlan1", 160, false, false, "info radar52 " + each}, {"wlan1", 80, true, true, "info radar52 " + full}};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.ifname + std::string(" ") + std::to_string(c.bandwidth));
         driver.log.clear();
@@ -296,10 +295,10 @@ TEST_F(Scan, MeasuresTheSpectrum) {
     const auto spectrum = [](int max) {
         WifiSpectrum out[4] = {};
         std::string text = std::to_string(wifi_interface_get_spectrum("wlan0", out, max));
-        for (const auto &s : out)
-            if (s.channel != 0)
-                text +=
-                    " " + std::to_string(s.channel) + "/" + std::to_string(s.word_1) + "/" + std::to_string(s.word_3);
+        for (const auto &s : out) {
+            if (s.channel == 0) break;
+            text += " " + std::to_string(s.channel) + "/" + std::to_string(s.word_1) + "/" + std::to_string(s.word_3);
+        }
         return text;
     };
     EXPECT_EQ(spectrum(4), "3 200/1/3 201/11/13 202/21/23");
@@ -433,8 +432,7 @@ TEST_F(Scan, ReportsEachFailureAndRetriesAsItsKindDoes) {
          {1, 2},
          -1,
          "info list scan[11,36] sleep1 results(1:36) sleep1 results(1:36) ",
-         each_ssid + "wlan0 uwb_get_scanresults fail \n"},
-    };
+         each_ssid + "wlan0 uwb_get_scanresults fail \n"}};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
         driver = Driver();
