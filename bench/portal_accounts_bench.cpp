@@ -1,5 +1,5 @@
-// portal_accounts_bench.cpp: log-in checks and the expiry sweep over 5,000 accounts, against a bare walk of lists of the
-// same records.
+// portal_accounts_bench.cpp: log-in checks and the expiry sweep over 5,000 accounts, against a bare walk of lists of
+// the same records.
 
 #include <cstdio>
 #include <cstring>
@@ -78,10 +78,12 @@ template <typename Check> void check_all(benchmark::State &state, Check check) {
 }
 
 void LogIn(benchmark::State &state) {
-    check_all(state, [](const Accounts &, const auto &request) { return tpi_ap_portal_check_web_user(&request) == 15; });
+    check_all(state,
+              [](const Accounts &, const auto &request) { return tpi_ap_portal_check_web_user(&request) == 15; });
 }
 void BareLogIn(benchmark::State &state) {
-    check_all(state, [](const Accounts &accounts, const auto &request) { return bare_walk(accounts, request) != nullptr; });
+    check_all(state,
+              [](const Accounts &accounts, const auto &request) { return bare_walk(accounts, request) != nullptr; });
 }
 BENCHMARK(LogIn)->Arg(65)->Arg(1);
 BENCHMARK(BareLogIn)->Arg(65)->Arg(1);

@@ -145,8 +145,9 @@ Bytes answer_to(uint8_t question, Argument argument) {
 
 int handle(ms_session *session, char *data, int length) {
     if (length <= 0) return 0;
-    const auto *bytes = reinterpret_cast<const uint8_t *>(data);
-    const Bytes answer = answer_to(bytes[0], {bytes + 1, static_cast<size_t>(length) - 1});
+    const std::span<char> bytes(data, static_cast<size_t>(length));
+    const Bytes message(bytes.begin(), bytes.end());
+    const Bytes answer = answer_to(message.front(), Argument(message).subspan(1));
     ms_send(session, answer.data(), static_cast<int>(answer.size()));
     return 0;
 }

@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstring>
 #include <optional>
 #include <span>
 #include <string>
@@ -21,11 +20,13 @@
 #include "apsupport/msgserver.h"
 #include "apsupport/rfo.h"
 #include "examples/ap_messages.h"
+#include "tools/apctl/rfo_records.h"
 
 namespace {
 
 using namespace ap_messages;
-using Bytes = std::vector<uint8_t>;
+using namespace rfo_records;
+using Message = std::vector<uint8_t>;
 
 constexpr int noise_dbm = -95, cell_edge_dbm = -65;
 constexpr int longest_survey_seconds = 180;
@@ -47,22 +48,13 @@ const std::array<Band, 2> bands = {{
 }};
 constexpr size_t band_5g = 1;
 
-// A channel survey's record, decoded.
-struct Survey {
-    std::string identity;
-    std::array<std::vector<ChannelRecord>, 2> channels;
-    std::vector<NeighbourRecord> neighbours;
-
+struct Survey : ChannelSurvey {
+    std::string identity() const { return text_of(head.mac); }
     Setting setting(size_t band) const {  // all zero when the radio is off
         if (channels[band].empty()) return {};
         const ChannelRecord &first = channels[band].front();
         return {first.own_channel, first.own_bandwidth, first.own_extension};
     }
-};
-
-struct PowerSurvey {
-    ap_rf_power_info head;
-    std::vector<NeighbourRecord> neighbours;
 };
 
 struct AccessPoint {
@@ -74,39 +66,11 @@ struct AccessPoint {
 };
 using Group = std::vector<AccessPoint>;
 
-// ---- the records ----------------------------------------------------------------------------------------------------
-
-// Takes records off the front of the bytes; false when there are fewer.
-template <typename Record> bool take(std::span<const uint8_t> &bytes, Record &record) {
-    if (bytes.size() < sizeof record) return false;
-    std::memcpy(&record, bytes.data(), sizeof record);
-    return bytes = bytes.subspan(sizeof record), true;
-}
-template <typename Record> bool take_all(std::span<const uint8_t> &bytes, size_t count, std::vector<Record> &records) {
-    records.resize(count);
-    return std::ranges::all_of(records, [&](Record &record) { return take(bytes, record); });
-}
-
-template <size_t N> std::string text_of(const char (&field)[N]) { return {field, strnlen(field, N)}; }
-
-bool decode(std::span<const uint8_t> bytes, Survey &survey) {
-    ap_rf_chan_info head;
-    if (!take(bytes, head)) return false;
-    survey.identity = text_of(head.mac);
-    return take_all(bytes, head.channels_24g, survey.channels[0]) &&
-           take_all(bytes, head.channels_5g, survey.channels[1]) &&
-           take_all(bytes, head.neighbours, survey.neighbours) && bytes.empty();
-}
-
-bool decode(std::span<const uint8_t> bytes, PowerSurvey &survey) {
-    return take(bytes, survey.head) && take_all(bytes, survey.head.neighbours, survey.neighbours) && bytes.empty();
-}
-
 // ---- the agents -----------------------------------------------------------------------------------------------------
 
 // The answer's first byte is an AgentAnswer; empty when the agent does not answer.
-Bytes ask(const AccessPoint &point, Question question, const Bytes &argument = {}) {
-    Bytes message(1 + argument.size(), question), answer(largest_message);
+Message ask(const AccessPoint &point, Question question, const Message &argument = {}) {
+    Message message(1 + argument.size(), question), answer(largest_message);
     std::ranges::copy(argument, message.begin() + 1);
     const int length = ms_dialog(point.address.c_str(), message.data(), static_cast<int>(message.size()), answer.data(),
                                  largest_message);
@@ -118,8 +82,8 @@ bool complain(const AccessPoint &point, const char *what) {
     return std::fprintf(stderr, "controller: %s: %s\n", point.address.c_str(), what), false;
 }
 
-bool command(const AccessPoint &point, Question question, const Bytes &argument) {
-    const Bytes answer = ask(point, question, argument);
+bool command(const AccessPoint &point, Question question, const Message &argument) {
+    const Message answer = ask(point, question, argument);
     if (answer.empty()) return complain(point, "no answer");
     return answer.front() == done || complain(point, "refused, another run may be active");
 }
@@ -127,7 +91,7 @@ bool command(const AccessPoint &point, Question question, const Bytes &argument)
 // Waits for a record and decodes it into `decoded`.
 template <typename Decoded> bool fetch(const AccessPoint &point, Question question, Decoded &decoded) {
     for (int waited = 0; waited < longest_survey_seconds; ++waited) {
-        const Bytes answer = ask(point, question);
+        const Message answer = ask(point, question);
         if (answer.empty()) return complain(point, "no answer");
         if (answer.front() == done)
             return decode(std::span(answer).subspan(1), decoded) || complain(point, "a record of another length");
@@ -191,7 +155,7 @@ double heard(const Survey &survey, const std::string &identity, size_t band) {
 double cost(const AccessPoint &point, size_t band, const Setting &setting, const AccessPoint &other,
             const Setting &its_setting) {
     if (its_setting.channel == 0) return 0;
-    return heard(point.before, other.before.identity, band) *
+    return heard(point.before, other.before.identity(), band) *
            overlap(span_of(band, setting), span_of(band, its_setting));
 }
 
@@ -206,7 +170,8 @@ double interference(const Group &group, size_t band, Survey AccessPoint::*survey
         for (const AccessPoint &other : group) {
             const Setting its = (other.*survey).setting(band);
             if (&other != &point && its.channel != 0)
-                sum += heard(own, (other.*survey).identity, band) * overlap(span_of(band, setting), span_of(band, its));
+                sum +=
+                    heard(own, (other.*survey).identity(), band) * overlap(span_of(band, setting), span_of(band, its));
         }
     }
     return sum;
@@ -219,7 +184,7 @@ std::vector<AccessPoint *> most_hearing_first(Group &group, size_t band) {
     for (AccessPoint &point : group) order.push_back(&point);
     const auto total = [&](const AccessPoint *point) {
         double sum = 0;
-        for (const AccessPoint &other : group) sum += heard(point->before, other.before.identity, band);
+        for (const AccessPoint &other : group) sum += heard(point->before, other.before.identity(), band);
         return -sum;
     };
     std::ranges::stable_sort(order, {}, total);
@@ -253,12 +218,13 @@ void choose_channels(Group &group, size_t band) {
 // The strongest that any other access point hears of this one; 0: none does.
 int strongest_rssi(const Group &group, const AccessPoint &point, size_t band) {
     int strongest = 0;
-    for (const AccessPoint &other : group)
+    for (const AccessPoint &other : group) {
         for (const NeighbourRecord &neighbour : other.power.neighbours) {
             const int rssi = neighbour.*bands[band].rssi;
-            if (&other == &point || rssi == 0 || text_of(neighbour.identity) != point.before.identity) continue;
+            if (&other == &point || rssi == 0 || text_of(neighbour.identity) != point.before.identity()) continue;
             strongest = strongest == 0 ? rssi : std::max(strongest, rssi);
         }
+    }
     return strongest;
 }
 
@@ -281,9 +247,8 @@ bool apply(const AccessPoint &point) {
                  {immediate, byte(low.channel), byte(low.bandwidth), byte(high.channel), byte(high.bandwidth)}))
         return false;
     ChannelSwitchResult result;
-    const Bytes answer = ask(point, fetch_result);
-    std::span<const uint8_t> record(answer);
-    if (record.size() != 1 + sizeof result || !take(record = record.subspan(1), result))
+    const Message answer = ask(point, fetch_result);
+    if (answer.empty() || !decode(std::span(answer).subspan(1), result))
         return complain(point, "no result of the switch");
     constexpr const char *texts[] = {"not handled", "not switched", "applied", "applied with another bandwidth"};
     const auto text = [&](uint8_t code) { return code < std::size(texts) ? texts[code] : "unknown"; };
@@ -306,7 +271,7 @@ void print_map(const Group &group, size_t band, Survey AccessPoint::*survey) {
         const Survey &own = group[i].*survey;
         std::printf("\n  %-8zu %-7s", i + 1, on_channel(own.setting(band)).c_str());
         for (const AccessPoint &other : group) {
-            const double above_noise = heard(own, (other.*survey).identity, band);
+            const double above_noise = heard(own, (other.*survey).identity(), band);
             const std::string text = above_noise == 0 ? "." : std::to_string(static_cast<int>(above_noise) + noise_dbm);
             std::printf("  %7s", text.c_str());
         }
@@ -323,18 +288,19 @@ double print_state(const Group &group, Survey AccessPoint::*survey) {
     return sum;
 }
 
+// The powers come first: their survey notes the channels in use, and the next channel survey reports what was noted.
 int settle(Group &group) {
+    std::puts("survey of the powers");
+    if (!survey_all(group, start_power_survey, schedule, fetch_power, &AccessPoint::power)) return 1;
     std::puts("survey of the channels");
     if (!survey_all(group, start_channel_survey, immediate, fetch_channels, &AccessPoint::before)) return 1;
     const double before = print_state(group, &AccessPoint::before);
-    std::puts("survey of the powers");
-    if (!survey_all(group, start_power_survey, schedule, fetch_power, &AccessPoint::power)) return 1;
     for (size_t band = 0; band < bands.size(); ++band) choose_channels(group, band);
     for (AccessPoint &point : group) choose_power(group, point);
     std::puts("applying");
     if (!std::ranges::all_of(group, apply)) return 1;
     for (const AccessPoint &point : group)
-        std::printf("  %s  power %d and %d\n", point.before.identity.c_str(), point.chosen_power[0],
+        std::printf("  %s  power %d and %d\n", point.before.identity().c_str(), point.chosen_power[0],
                     point.chosen_power[1]);
     std::puts("survey of the channels, again");
     if (!survey_all(group, start_channel_survey, immediate, fetch_channels, &AccessPoint::after)) return 1;

@@ -1,60 +1,45 @@
-// portald.cpp: a captive portal's daemon: accounts and lists from the library, a message-server endpoint to ask, and the
-// frames by which access points tell one another whom to kick off.
+// portald.cpp: a captive portal's daemon: accounts and lists from the library, a message-server endpoint to ask, and
+// the frames by which access points tell one another whom to kick off.
 //
 //   portald [--accounts FILE] [--interface br0] [--redirect ADDRESS] [--public FILE] &
 //   apctl portal login guest secret 02:00:00:00:00:01
 //
 // A line of the accounts file is "NAME;PASSWORD;DEVICES[;EXPIRY]", DEVICES being "*" or MACs with commas between them;
-// one of the public file "IDENTITY;PASSWORD;SIGNATURE;BODY", for the text messages. Questions are words with tabs between
-// them; answers begin with the line "ok" or "failed" (see tools/apctl/portal.cpp). One thread runs the message loop, a
-// second one listens for frames; what both ask of the kernel module goes through one mutex.
+// one of the public file "IDENTITY;PASSWORD;SIGNATURE;BODY", for the text messages. Questions are words with tabs
+// between them; answers begin with the line "ok" or "failed" (see tools/apctl/portal.cpp). One thread runs the message
+// loop, a second one listens for frames; what both ask of the kernel module goes through one mutex.
 
 #include <algorithm>
 #include <arpa/inet.h>
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <linux/if_packet.h>
 #include <map>
 #include <memory>
-#include <mutex>
-#include <net/ethernet.h>
-#include <net/if.h>
 #include <netdb.h>
 #include <sstream>
 #include <string>
-#include <sys/ioctl.h>
 #include <sys/random.h>
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <thread>
 #include <vector>
 
 #include "apsupport/msgserver.h"
 #include "apsupport/portal.h"
-#include "foundation/byte_order.h"
-#include "foundation/file_io.h"
-#include "foundation/text.h"
-#include "tools/portal_peers/client_record.h"
+#include "examples/portal_segment.h"
 
 namespace {
 
+using namespace portald;
 using Words = std::vector<std::string>;
-using Mac = std::array<unsigned char, 6>;
 
-constexpr size_t page_size = 100, most_frame_macs = 170;
+constexpr size_t page_size = 100;
 constexpr unsigned int sweep_seconds = 10;
-constexpr uint32_t kick_message = 1;
-constexpr uint16_t frame_type = 0x5757;
-constexpr size_t frame_type_offset = 12, message_type_offset = 28, count_offset = 96, macs_offset = 100;
 
-std::mutex module_mutex;               // guards portal_info
 std::map<std::string, bool> accounts;  // what was added; true: any device
 portal_white_list white_list;
 portal_black_list black_list;
-portal_kick_batch batch;
 
 struct Answer {
     bool ok;
@@ -68,105 +53,9 @@ Words split(const std::string &text, char separator) {
     return parts;
 }
 
-// False when the text is too long for the field.
-template <size_t N> bool fill(char (&field)[N], const std::string &text) {
-    std::memset(field, 0, N);
-    std::memcpy(field, text.data(), std::min(text.size(), N));
-    return text.size() <= N;
-}
-
-bool read_mac(const std::string &text, Mac &mac) {
-    unsigned int bytes[6];
-    char rest;
-    if (text.size() != 17 || std::sscanf(text.c_str(), "%2x:%2x:%2x:%2x:%2x:%2x%c", &bytes[0], &bytes[1], &bytes[2],
-                                         &bytes[3], &bytes[4], &bytes[5], &rest) != 6)
-        return false;
-    std::ranges::transform(bytes, mac.begin(), [](unsigned int byte) { return static_cast<unsigned char>(byte); });
-    return true;
-}
-
-// As the library compares them: capital letters.
-std::string mac_text(const unsigned char *mac) {
-    char text[18];
-    std::snprintf(text, sizeof text, "%02X:%02X:%02X:%02X:%02X:%02X", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
-    return text;
-}
-
 bool read_number(const std::string &text, uint64_t &number) {
     if (text.empty() || text.size() > 19 || text.find_first_not_of("0123456789") != std::string::npos) return false;
     number = std::strtoull(text.c_str(), nullptr, 10);
-    return true;
-}
-
-// ---- the kernel module and the other access points ------------------------------------------------------------------
-
-void forget_records() { std::free(std::exchange(portal_info, nullptr)); }
-
-bool kick_here(const std::vector<Mac> &macs) {
-    const std::lock_guard lock(module_mutex);
-    const auto *first = reinterpret_cast<const unsigned char(*)[6]>(macs.data());
-    const bool kicked = tpi_ap_portal_del_mac(static_cast<unsigned int>(macs.size()), first, peers::kick) == 0;
-    forget_records();
-    return kicked;
-}
-
-bool kick_everywhere(const std::vector<Mac> &macs) {
-    portal_kick_batch request = batch;
-    request.head.count = static_cast<uint32_t>(macs.size());
-    std::memcpy(request.macs, macs.data(), macs.size() * sizeof(Mac));
-    return tpi_portal_broadcast_pkt_to_ap(&request.head) == 0;
-}
-
-void announce(const std::string &user, const Mac &mac) {
-    peers::ClientRecord record = {};
-    std::ranges::copy(mac, record.mac);
-    fill(record.user_name, user);
-    ap::store_le(record.kind, peers::web_account_kind);
-    ap_portal_online_user_add(&record, sizeof record);
-}
-
-// Frames of this access point come too, so that the sweep's batches reach its own module.
-void listen_for_frames(int link) {
-    unsigned char frame[2048];
-    for (;;) {
-        const ssize_t got = ap::retry_interrupted([&] { return recv(link, frame, sizeof frame, 0); });
-        if (got < 0) return std::perror("portald: frames");
-        const auto length = static_cast<size_t>(got);
-        if (length < macs_offset || ap::le16(frame + frame_type_offset) != frame_type ||
-            ap::le16(frame + message_type_offset) != kick_message)
-            continue;
-        std::vector<Mac> macs(std::min<size_t>(ap::le32(frame + count_offset), (length - macs_offset) / sizeof(Mac)));
-        if (macs.empty()) continue;
-        std::memcpy(macs.data(), frame + macs_offset, macs.size() * sizeof(Mac));
-        std::printf("portald: a frame asks to kick %zu off, %s\n", macs.size(), kick_here(macs) ? "done" : "none is here");
-    }
-}
-
-ap::UniqueFd open_link(const char *interface, uint16_t protocol) {
-    ap::UniqueFd link(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(protocol)));
-    sockaddr_ll address = {};
-    address.sll_family = AF_PACKET;
-    address.sll_protocol = htons(protocol);
-    address.sll_ifindex = static_cast<int>(if_nametoindex(interface));
-    if (!link || address.sll_ifindex == 0 ||
-        bind(link.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
-        link.reset();
-    return link;
-}
-
-// False when the interface cannot be used. Both sockets live as long as the process.
-bool join_segment(const char *interface) {
-    ap::UniqueFd sender = open_link(interface, 0), listener = open_link(interface, ETH_P_ALL);
-    const ap::UniqueFd query(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    ifreq request = {};
-    ap::copy_text(request.ifr_name, interface);
-    if (!sender || !listener || ioctl(query.get(), SIOCGIFHWADDR, &request) != 0) return false;
-    std::memcpy(batch.head.source, request.ifr_hwaddr.sa_data, sizeof batch.head.source);
-    if (ioctl(query.get(), SIOCGIFADDR, &request) == 0)
-        std::memcpy(batch.head.address, request.ifr_addr.sa_data + 2, sizeof batch.head.address);
-    batch.head.type = kick_message;
-    batch.head.socket = static_cast<uint32_t>(sender.take());
-    std::thread(listen_for_frames, listener.take()).detach();
     return true;
 }
 
@@ -187,6 +76,7 @@ Answer add_account(const Words &words) {
     }
     if (words.size() > 3) {
         int part;
+        // NOLINTNEXTLINE(cert-err34-c): the form alone is looked at
         if (std::sscanf(words[3].c_str(), "%d-%d-%d %d:%d", &part, &part, &part, &part, &part) != 5)
             return {false, "an expiry is \"YYYY-MM-DD HH:MM\""};
         record.expires = 1;
@@ -243,7 +133,8 @@ Answer kick(const Words &words) {
     return kick_everywhere(macs) ? Answer{true, "sent"} : Answer{false, "the frame could not be sent"};
 }
 
-// ---- tables: a heading, and a page behind the rows that were seen ----------------------------------------------------
+// ---- tables: a heading, and a page behind the rows that were seen
+// ----------------------------------------------------
 
 Answer page_of(const std::string &heading, const Words &rows, const Words &words) {
     uint64_t seen = 0;
@@ -300,7 +191,8 @@ bool send_to_gateway(const std::string &url) {
     constexpr size_t host_start = sizeof "http://" - 1;
     const size_t path = url.find('/', host_start), colon = url.rfind(':', path);
     if (path == std::string::npos || colon <= host_start) return false;
-    const ap::UniqueFd link = connect_to(url.substr(host_start, colon - host_start), url.substr(colon + 1, path - colon - 1));
+    const ap::UniqueFd link =
+        connect_to(url.substr(host_start, colon - host_start), url.substr(colon + 1, path - colon - 1));
     const std::string request = "GET " + url.substr(path) + " HTTP/1.0\r\n\r\n";
     char answer[64] = {};
     if (!link || !ap::write_full(link.get(), request.data(), request.size())) return false;
@@ -311,7 +203,8 @@ Answer ask_for_code(portal_phone_request &request) {
     if (tpi_check_black_list(&request) == 18) return {false, "the number is on the black list"};
     if (tpi_ap_portal_add_phone_list(&request) != 0) return {false, "no memory"};
     if (request.url[0] == '\0') return {false, "text messages are switched off"};
-    return send_to_gateway(request.url) ? Answer{true, "a code is on its way"} : Answer{false, "the gateway does not answer"};
+    return send_to_gateway(request.url) ? Answer{true, "a code is on its way"}
+                                        : Answer{false, "the gateway does not answer"};
 }
 
 Answer use_phone(const Words &words) {
@@ -345,7 +238,8 @@ Answer change_white(bool add, const std::string &text) {
     if (!read_mac(text, mac)) return {false, "\"" + text + "\" is no MAC"};
     fill(entry, mac_text(mac.data()));
     const auto same = [&](const auto &other) { return std::memcmp(other, entry, sizeof entry) == 0; };
-    if (!change_list(white_list.macs, white_list.count, add, entry, same)) return {false, "the list is full or has it so"};
+    if (!change_list(white_list.macs, white_list.count, add, entry, same))
+        return {false, "the list is full or has it so"};
     tpi_init_white_mac_list(&white_list);
     return {true, "changed"};
 }
@@ -354,7 +248,8 @@ Answer change_black(bool add, const std::string &text) {
     uint64_t number = 0;
     if (!read_number(text, number)) return {false, "\"" + text + "\" is no phone number"};
     const auto same = [&](uint64_t other) { return other == number; };
-    if (!change_list(black_list.phones, black_list.count, add, number, same)) return {false, "the list is full or has it so"};
+    if (!change_list(black_list.phones, black_list.count, add, number, same))
+        return {false, "the list is full or has it so"};
     tpi_ap_portal_init_black_list(&black_list);
     return {true, "changed"};
 }
@@ -366,7 +261,8 @@ Answer use_lists(const Words &words) {
     }
     if (words.size() > 1) return {false, "lists takes white|black add|remove ENTRY"};
     Words rows;
-    for (uint32_t i = 0; i < white_list.count; ++i) rows.push_back("white\t" + std::string(ap::field_text(white_list.macs[i])));
+    for (uint32_t i = 0; i < white_list.count; ++i)
+        rows.push_back("white\t" + std::string(ap::field_text(white_list.macs[i])));
     for (uint32_t i = 0; i < black_list.count; ++i) rows.push_back("black\t" + std::to_string(black_list.phones[i]));
     return page_of("LIST\tENTRY", rows, words);
 }
@@ -378,9 +274,9 @@ constexpr struct {
     size_t least, most;  // words behind it
     Answer (*run)(const Words &words);
 } commands[] = {
-    {"users", 0, 1, list_users},  {"clients", 0, 1, list_clients}, {"add", 3, 4, add_account},
-    {"remove", 1, 1, remove_account}, {"login", 3, 3, log_in},     {"logout", 2, 2, log_out},
-    {"phone", 2, 4, use_phone},   {"lists", 0, 3, use_lists},      {"kick", 1, most_frame_macs, kick},
+    {"users", 0, 1, list_users},      {"clients", 0, 1, list_clients}, {"add", 3, 4, add_account},
+    {"remove", 1, 1, remove_account}, {"login", 3, 3, log_in},         {"logout", 2, 2, log_out},
+    {"phone", 2, 4, use_phone},       {"lists", 0, 3, use_lists},      {"kick", 1, most_frame_macs, kick},
 };
 
 Answer answer_to(Words words) {
@@ -414,8 +310,10 @@ bool read_accounts(const std::string &path) {
     for (std::string line; std::getline(file, line);) {
         const Words words = split(line, ';');
         if (line.empty() || line[0] == '#') continue;
-        const Answer answer = words.size() == 3 || words.size() == 4 ? add_account(words) : Answer{false, "three or four fields"};
-        if (!answer.ok) std::fprintf(stderr, "portald: %s: \"%s\": %s\n", path.c_str(), line.c_str(), answer.text.c_str());
+        const Answer answer =
+            words.size() == 3 || words.size() == 4 ? add_account(words) : Answer{false, "three or four fields"};
+        if (!answer.ok)
+            std::fprintf(stderr, "portald: %s: \"%s\": %s\n", path.c_str(), line.c_str(), answer.text.c_str());
     }
     return true;
 }
@@ -470,7 +368,8 @@ bool read_options(const Words &words, std::map<std::string, std::string> &option
 int main(int argc, char **argv) {
     std::map<std::string, std::string> options;
     if (!read_options({argv + 1, argv + argc}, options)) {
-        std::fprintf(stderr, "usage: %s [--accounts FILE] [--interface NAME] [--redirect ADDRESS] [--public FILE]\n", argv[0]);
+        std::fprintf(stderr, "usage: %s [--accounts FILE] [--interface NAME] [--redirect ADDRESS] [--public FILE]\n",
+                     argv[0]);
         return 2;
     }
     std::setvbuf(stdout, nullptr, _IOLBF, 0);

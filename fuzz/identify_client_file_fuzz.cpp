@@ -41,6 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 
     char whole[32] = "old";
     require(ap_client_identify_get_os_info(mac.c_str(), whole) == (terminals ? 0 : 255));
-    require(std::memchr(whole, 0, sizeof whole) != nullptr && (whole == std::string(os) || std::string(whole) == "linux"));
+    require(std::memchr(whole, 0, sizeof whole) != nullptr &&
+            (whole == std::string(os) || std::string(whole) == "linux"));
     return 0;
 }

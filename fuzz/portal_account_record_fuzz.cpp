@@ -52,7 +52,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         std::memcpy(request.mac, "02:00:00:00:00:01", 18);
         const int answer = tpi_ap_portal_check_web_user(&request);
         const bool is_there = tpi_get_web_state(&request) == 0;
-        require(!is_there ? answer == 12 : answer == 13 ? request.state == 2 : answer == 15 ? request.state == 1 : answer == 14);
+        require(is_there || answer == 12);
+        if (answer == 13) require(request.state == 2);
+        if (answer == 15) require(request.state == 1);
         tpi_ap_portal_update_web_user(&records[i]);
     }
     for (size_t i = 0; i < count; ++i) {

@@ -19,20 +19,25 @@ static void require(bool holds) {
     if (!holds) std::abort();
 }
 
+static const ap::UniqueFd &module_end() {
+    static const ap::UniqueFd module = ap::host::open_portal_module();
+    return module;
+}
+
 // The library waits here: the request is there, and the answer is sent.
 extern "C" int poll(pollfd *waiting, nfds_t count, int) {
-    static const ap::UniqueFd module = ap::host::open_portal_module();
     static uint8_t request[30720];
     sockaddr_nl sender = {};
     socklen_t size = sizeof sender;
     auto *const address = reinterpret_cast<sockaddr *>(&sender);
-    require(recvfrom(module.get(), request, sizeof request, 0, address, &size) == sizeof request);
-    if (sendto(module.get(), answer, answer_size, 0, address, size) < 0) return 0;
+    require(recvfrom(module_end().get(), request, sizeof request, 0, address, &size) == sizeof request);
+    if (sendto(module_end().get(), answer, answer_size, 0, address, size) < 0) return 0;
     const timespec at_once = {};
     return ppoll(waiting, count, &at_once, nullptr);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    require(static_cast<bool>(module_end()));
     answer = data;
     answer_size = std::min<size_t>(size, 40000);
     constexpr size_t head_size = 16 + 4, record_size = 112;

@@ -31,14 +31,18 @@ template <typename Address> static ap::UniqueFd server_at(int domain, int type, 
     return server;
 }
 
-static void answer_as_controller() {
+static const ap::UniqueFd &controller() {
     static const ap::UniqueFd server = server_at(AF_INET, SOCK_DGRAM, sockaddr_in{AF_INET, htons(5247), {}, {}});
+    return server;
+}
+
+static void answer_as_controller() {
     uint8_t packet[16 + 616];
     sockaddr_in sender = {};
     socklen_t size = sizeof sender;
     auto *const address = reinterpret_cast<sockaddr *>(&sender);
-    require(recvfrom(server.get(), packet, sizeof packet, 0, address, &size) > 0);
-    sendto(server.get(), answer, answer_size, 0, address, size);
+    require(recvfrom(controller().get(), packet, sizeof packet, 0, address, &size) > 0);
+    sendto(controller().get(), answer, answer_size, 0, address, size);
 }
 
 static const ap::UniqueFd &management_server() {
@@ -80,7 +84,7 @@ static Message overwritten(const uint8_t *bytes, size_t size) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     fuzz::be_quiet();
-    management_server();
+    controller(), management_server();
     answer = data;
     answer_size = std::min<size_t>(size, 4000);
 

@@ -21,6 +21,7 @@ inline void parse_mac(const char (&text)[mac_text_size], uint8_t (&mac)[6]) {
     copy_text(copy, field_text(text));
     unsigned int bytes[6];
     std::memset(mac, 0, sizeof mac);
+    // NOLINTNEXTLINE(cert-err34-c): two digits always fit a byte, and the fields are counted
     if (std::sscanf(copy, "%2x:%2x:%2x:%2x:%2x:%2x", &bytes[0], &bytes[1], &bytes[2], &bytes[3], &bytes[4],
                     &bytes[5]) != 6)
         return;

@@ -63,11 +63,20 @@ WebUser *unlink_user(WebUser **link) {
     return user;
 }
 
+// The seconds of a readable date. What the C library cannot hold lies before its range, or beyond it.
+uint32_t clamped_seconds(struct tm local) {
+    const bool may_lie_beyond = local.tm_year > 1970 - 1900;
+    const int64_t seconds = mktime(&local);
+    if (seconds < 0) return may_lie_beyond ? UINT32_MAX : 0;
+    return seconds > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(seconds);
+}
+
 // What does not fit into 32 bits never expires; a date that cannot be read has passed.
 uint32_t expiry_seconds(const portal_web_record &record) {
     char date[sizeof record.expiry_date + 1];
     copy_text(date, field_text(record.expiry_date));
     int year = 0, month = 0, day = 0, hour = 0, minute = 0;
+    // NOLINTNEXTLINE(cert-err34-c): the fields are counted and their values looked at
     const int fields = std::sscanf(date, "%d-%d-%d %d:%d", &year, &month, &day, &hour, &minute);
     AP_PORTAL_DEBUG(portal_source, "format time is :%d-%d-%d %d:%d\n", year, month, day, hour, minute);
     if (fields != 5 || year < 1970 || year > 9999 || month < 1 || month > 12) return 0;
@@ -79,8 +88,7 @@ uint32_t expiry_seconds(const portal_web_record &record) {
     local.tm_hour = hour;
     local.tm_min = minute;
     local.tm_isdst = -1;
-    const int64_t seconds = mktime(&local);
-    return seconds < 0 || seconds > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(seconds);
+    return clamped_seconds(local);
 }
 
 // Everything that a record says of an account; whoever was logged in is not any more.

@@ -20,7 +20,7 @@ namespace {
 constexpr char measure_topic[] = "ugw.wifi_measure.all_chan_measure_request";
 constexpr char measure_file[] = "/etc/wm_config/all_chan_measure.json";
 constexpr int most_polls = 30;
-constexpr off_t largest_file = 1024 * 1024;
+constexpr off_t largest_file = off_t{1024} * 1024;
 
 void request_measurement() {
     unlink(measure_file);

@@ -67,7 +67,7 @@ void take_channel(ParsedNote &parsed, int band, std::string_view value) {
     if (value.empty() || value.size() > most_channel_digits) return;
     char text[most_channel_digits + 1];
     copy_text(text, value);
-    radio_of(parsed.note, band).channel = std::atoi(text);
+    radio_of(parsed.note, band).channel = to_int(text);
 }
 
 // False when the whole line is to be dropped. A field of another key is passed over.

@@ -118,7 +118,7 @@ void rfo_get_ap_rssi_by_aplist(Neighbours &neighbours, int band, const WifiScanL
         if (heard == nullptr) continue;
         char signal[sizeof heard->rssi + 1];
         copy_text(signal, field_text(heard->rssi));
-        rfo_save_neighbour_ap_info(neighbours, note, band, std::atoi(signal));
+        rfo_save_neighbour_ap_info(neighbours, note, band, to_int(signal));
     }
 }
 

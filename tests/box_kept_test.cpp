@@ -37,6 +37,8 @@ struct Case {
     {"two names, one file", "ln /cfg/old /cfg/b; sync /cfg; echo n > /cfg/b; sync /cfg/old", "b=n old=n"},
     {"two names exchanged for one", "ln /cfg/old /cfg/b; sync /cfg; mv /cfg/old /cfg/b; rm -f /cfg/old; sync /cfg",
      "b=old"},
+    {"two files exchanged",
+     "echo n > /cfg/n; sync; mv /cfg/n /cfg/x; mv /cfg/old /cfg/n; mv /cfg/x /cfg/old; sync /cfg", "n=old old=n"},
     {"removed, folder not synced", "rm /cfg/old", "old=old"},
     {"removed, folder synced", "rm /cfg/old; sync /cfg", ""},
     {"removed and made anew", "rm /cfg/old; echo again > /cfg/old; sync /cfg/old /cfg", "old=again"},

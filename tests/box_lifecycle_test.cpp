@@ -155,7 +155,8 @@ TEST_P(Box, TakesFoldersOfItsUser) {
 
 TEST_P(Box, StartsInTheBackgroundAndIsEntered) {
     EXPECT_EQ(start(one, {"--", "sh", "-c", "echo booted > /var/init"}).output, one + "\n");
-    EXPECT_EQ(enter(one, "sleep 0.2; cat /var/init /apbox/name; exit 4").output, "booted\n" + one + "\n");
+    EXPECT_EQ(enter(one, "until [ -s /var/init ]; do sleep 0.02; done; cat /var/init /apbox/name; exit 4").output,
+              "booted\n" + one + "\n");
     EXPECT_EQ(enter(one, "exit 4").status, 4);
     EXPECT_EQ(enter(one, "kill -9 $$").status, 128 + SIGKILL);
     EXPECT_EQ(start(one).output, "apbox: a box named " + one + " is up already\n");
@@ -169,14 +170,13 @@ TEST_P(Box, StartsInTheBackgroundAndIsEntered) {
 }
 
 TEST_P(Box, RestartsAsItsInitAsksAndCountsItsStarts) {
-    start(one, {"--", "sh", "-c", "cat /apbox/boot >> /cfg/boots; touch /var/$(cat /apbox/boot)"});
-    EXPECT_EQ(enter(one, "sleep 0.2; sync; reboot; sleep 5").status, 128 + SIGTERM);
-    for (int tries = 0; tries < 100 && call({"list"}).output.find("up        2") == std::string::npos; ++tries)
-        usleep(20'000);
-    EXPECT_EQ(enter(one, "sleep 0.2; cat /cfg/boots; ls /var | grep -c '^[0-9]'").output, "1\n2\n1\n");
+    const std::string booted = "until [ -e /var/done ]; do sleep 0.02; done; ";
+    start(one, {"--", "sh", "-c", "cat /apbox/boot >> /cfg/boots; touch /var/$(cat /apbox/boot) /var/done"});
+    EXPECT_EQ(enter(one, booted + "sync; reboot; sleep 5").status, 128 + SIGTERM);
+    EXPECT_EQ(enter(one, booted + "cat /cfg/boots; ls /var | grep -c '^[0-9]'").output, "1\n2\n1\n");
     EXPECT_EQ(enter(one, "sync; echo lost > /cfg/lost").status, 0);
     EXPECT_EQ(call({"power-cut", one}).status, 0);
-    EXPECT_EQ(enter(one, "sleep 0.2; cat /apbox/boot /cfg/boots /cfg/lost 2>/dev/null").output, "3\n1\n2\n3\n");
+    EXPECT_EQ(enter(one, booted + "cat /apbox/boot /cfg/boots /cfg/lost 2>/dev/null").output, "3\n1\n2\n3\n");
     EXPECT_EQ(call({"power-cut", one, "--off"}).status, 0);
     EXPECT_EQ(enter(one, "true").status, 1);
 }

@@ -35,7 +35,7 @@ public:
     explicit ManagementServer(const std::function<void(int peer)> &serve) {
         sockaddr_un address = {AF_UNIX, "/tmp/ap_portal.socket"};
         unlink(address.sun_path);
-        bind(listener_.get(), reinterpret_cast<sockaddr *>(&address), sizeof address);
+        EXPECT_EQ(bind(listener_.get(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
         listen(listener_.get(), 1);
         thread_ = std::thread([this, serve] {
             const ap::UniqueFd peer(accept(listener_.get(), nullptr, nullptr));
@@ -184,7 +184,7 @@ TEST_F(ControllerLink, WithoutACodeTheHeaderAloneIsSent) {
 
 TEST_F(ControllerLink, ShortAnswersAndSilenceAndNoAddressGiveTwenty) {
     const Bytes question = message_of_type(1);
-    for (const size_t length : {0, 15, 16, 19}) {
+    for (const size_t length : {0U, 15U, 16U, 19U}) {
         Bytes message = question;
         exchange(message, counted(length, 0), 20);
         EXPECT_TRUE(message == question);

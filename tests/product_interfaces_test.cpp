@@ -82,11 +82,12 @@ TEST(InterfaceNames, FollowWanKindAndProtocol) {
         int wan, kind, protocol;
         const char *name;
         bool is_logged;
-    } cases[] = {{1, 3, 0, "if12", false},   {4, 3, 1, "if15", false},  {1, 3, 2, "ppp1", false},
-                 {4, 3, 5, "ppp4", false},   {2, 3, 6, nullptr, false}, {2, 3, 8, nullptr, false},
-                 {2, 3, -1, nullptr, false}, {1, 1, 0, nullptr, false}, {1, 2, 0, nullptr, false},
-                 {0, 3, 0, nullptr, true},   {5, 3, 0, nullptr, true},  {1, 0, 0, nullptr, true},
-                 {1, 4, 0, nullptr, true},   {1, 3, 9, nullptr, true}};
+    } cases[] = {
+        {1, 3, 0, "if12", false},  {4, 3, 1, "if15", false},  {1, 3, 2, "ppp1", false},   {4, 3, 5, "ppp4", false},
+        {2, 3, 6, nullptr, false}, {2, 3, 8, nullptr, false}, {2, 3, -1, nullptr, false}, {1, 1, 0, nullptr, false},
+        {1, 2, 0, nullptr, false}, {0, 3, 0, nullptr, true},  {5, 3, 0, nullptr, true},   {1, 0, 0, nullptr, true},
+        {1, 4, 0, nullptr, true},  {1, 3, 9, nullptr, true},
+    };
     for (const auto &c : cases) {
         SCOPED_TRACE(testing::Message() << c.wan << " " << c.kind << " " << c.protocol);
         logged.clear();
@@ -197,11 +198,13 @@ TEST(RecordLock, SaysWhichStepFailed) {
         const char *what;
         int fd, type;
         const char *text;
-    } cases[] = {{"a closed descriptor", 999, F_RDLCK, "Failed(9) to F_GETLK, Bad file descriptor."},
-                 {"an unknown type", read_only, 77, "Failed(22) to F_GETLK, Invalid argument."},
-                 {"a write lock on a file opened for reading", read_only, F_WRLCK,
-                  "Failed(9) to F_SETLKW(1), Bad file descriptor."},
-                 {"unlocking a closed descriptor", 999, F_UNLCK, "Failed(9) to F_SETLKW(2), Bad file descriptor."}};
+    } cases[] = {
+        {"a closed descriptor", 999, F_RDLCK, "Failed(9) to F_GETLK, Bad file descriptor."},
+        {"an unknown type", read_only, 77, "Failed(22) to F_GETLK, Invalid argument."},
+        {"a write lock on a file opened for reading", read_only, F_WRLCK,
+         "Failed(9) to F_SETLKW(1), Bad file descriptor."},
+        {"unlocking a closed descriptor", 999, F_UNLCK, "Failed(9) to F_SETLKW(2), Bad file descriptor."},
+    };
     for (const auto &c : cases)
         EXPECT_THAT(test::printed_by([&] { EXPECT_EQ(lock_set(c.fd, c.type), 0) << c.what; }),
                     testing::HasSubstr(c.text));
@@ -276,12 +279,14 @@ TEST(UplinkRate, ComesFromTwoSamples) {
         int result;
         unsigned int rate_a, rate_b;
         const char *ifname;
-    } samples[] = {{"totals since start", "1", 100, 102400, 1024000, 0, 80, 8, "if12"},
-                   {"within the same second", "1", 100, 104448, 1025024, 0, 8, 16, "if12"},
-                   {"two seconds on", "", 102, 106496, 1025024 + 2047, 0, 0, 8, "if8"},
-                   {"no statistics", "", 103, 0, 0, -1, 0, 0, "if8"},
-                   {"a reset counter", "0", 104, 4096, 1025024 + 2047 + (uint64_t{1} << 45), 0, 0, 16, "if8"},
-                   {"a clock that went back", "2", 50, 5120, 1025024 + 2047 + (uint64_t{1} << 45), 0, 0, 8, "if8"}};
+    } samples[] = {
+        {"totals since start", "1", 100, 102400, 1024000, 0, 80, 8, "if12"},
+        {"within the same second", "1", 100, 104448, 1025024, 0, 8, 16, "if12"},
+        {"two seconds on", "", 102, 106496, 1025024 + 2047, 0, 0, 8, "if8"},
+        {"no statistics", "", 103, 0, 0, -1, 0, 0, "if8"},
+        {"a reset counter", "0", 104, 4096, 1025024 + 2047 + (uint64_t{1} << 45), 0, 0, 16, "if8"},
+        {"a clock that went back", "2", 50, 5120, 1025024 + 2047 + (uint64_t{1} << 45), 0, 0, 8, "if8"},
+    };
     for (const auto &s : samples) {
         SCOPED_TRACE(s.what);
         test::store.values["wans.flag"] = s.flag;

@@ -6,25 +6,15 @@
 #include <unistd.h>
 
 #include "applatform/kernel_rules.h"
-#include "applatform/wireless_driver.h"
 #include "apsupport/wireless.h"
-#include "foundation/byte_order.h"
 #include "tests/support/capture.h"
+#include "tests/support/scripted_driver.h"
 #include "tests/support/scripted_store.h"
 
 namespace {
 
-struct Station {
-    uint8_t last_mac_byte = 0;
-    std::map<size_t, uint32_t> words;
-    std::string text;
-};
-
-struct Driver {
-    std::map<std::string, std::vector<Station>> stations;
-    std::vector<int> capacities;
-    int result = 0, extra_count = 0;
-} driver;
+using test::driver;
+using test::Station;
 
 struct Address {
     std::string mac, ip;
@@ -41,7 +31,7 @@ std::string mac_of(int last) {
 
 struct Clients : testing::Test {
     void SetUp() override {
-        driver = Driver();
+        driver = {};
         online.clear();
         online_result = 0;
         online_without_list = false;
@@ -62,23 +52,6 @@ std::vector<std::string> texts_of(const WifiClientInfo &c) {
 }  // namespace
 
 extern "C" {
-int uwb_get_osif_name(const char *ifname, char *out) {
-    return std::strcpy(out, (std::string("os-") + ifname).c_str()), 0;
-}
-int uwb_get_sta_info(const char *ifname, int, void *records, int capacity, int *count) {
-    driver.capacities.push_back(capacity);
-    const auto &stations = driver.stations[ifname];
-    const size_t written = std::min(stations.size(), static_cast<size_t>(std::max(capacity, 0)));
-    for (size_t i = 0; i < written; ++i) {
-        auto *record = static_cast<uint8_t *>(records) + i * 80;
-        const uint8_t mac[6] = {0x0a, 0xbc, 0, 0, 0, stations[i].last_mac_byte};
-        std::memcpy(record, mac, 6);
-        for (const auto &[position, word] : stations[i].words) ap::store_le(record + position, word);
-        std::copy_n(stations[i].text.begin(), std::min<size_t>(stations[i].text.size(), 12), record + 48);
-    }
-    *count = static_cast<int>(written) + driver.extra_count;
-    return driver.result;
-}
 int km_get_online_ip(cJSON *object) {
     if (online_without_list) return 0;
     cJSON *list = cJSON_AddArrayToObject(object, "List");
@@ -117,23 +90,25 @@ TEST_F(Clients, NeverOutgrowTheCallersOrTheDriversArray) {
     const struct {
         const char *what;
         int stations, extra, capacity, asked, result, written;
-    } cases[] = {{"none", 0, 0, 4, 4, 0, 0},
-                 {"fewer than room", 3, 0, 4, 4, 3, 3},
-                 {"as many as room", 4, 0, 4, 4, 4, 4},
-                 {"one more than room", 4, 1, 4, 4, 5, 4},
-                 {"many more than room", 4, 90, 4, 4, 5, 4},
-                 {"all of the driver's", 200, 0, 128, 128, 128, 128},
-                 {"more than the driver's", 200, 1000, 128, 128, 128, 128},
-                 {"more room than the driver's", 200, 0, 200, 128, 128, 128},
-                 {"a negative count", 0, -5, 4, 4, 0, 0}};
+    } cases[] = {
+        {"none", 0, 0, 4, 4, 0, 0},
+        {"fewer than room", 3, 0, 4, 4, 3, 3},
+        {"as many as room", 4, 0, 4, 4, 4, 4},
+        {"one more than room", 4, 1, 4, 4, 5, 4},
+        {"many more than room", 4, 90, 4, 4, 5, 4},
+        {"all of the driver's", 200, 0, 128, 128, 128, 128},
+        {"more than the driver's", 200, 1000, 128, 128, 128, 128},
+        {"more room than the driver's", 200, 0, 200, 128, 128, 128},
+        {"a negative count", 0, -5, 4, 4, 0, 0},
+    };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
-        driver = Driver();
+        driver = {};
         driver.stations["w"].resize(static_cast<size_t>(c.stations));
-        driver.extra_count = c.extra;
+        driver.extra_stations = c.extra;
         std::vector<WifiClientInfo> out(202);
         EXPECT_EQ(wifi_get_interface_client_list("w", out.data(), c.capacity), c.result);
-        EXPECT_EQ(driver.capacities, std::vector<int>{c.asked});
+        EXPECT_EQ(driver.log, "osif stations0/" + std::to_string(c.asked) + " ");
         EXPECT_EQ(std::ranges::count_if(out, [](const auto &client) { return client.mac[0] != '\0'; }), c.written);
     }
     driver.result = -1;
@@ -233,7 +208,8 @@ TEST_F(Clients, FallBackToTheKernelsFile) {
         {"second form, found", "/proc/km", second_form, 5, "10.0.1.5"},
         {"second form, the line feed belongs to the MAC", "/proc/km", second_form + "10.0.1.9 s x\n", 8, "10.0.1.9"},
         {"second form, a cut address", "/proc/km", "h\nh\nh\n123.123.123.1234567 s 0A-BC-00-00-00-05 x\n", 5,
-         "123.123.123.123"}};
+         "123.123.123.123"},
+    };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
         test::write_text(std::string(c.folder) + "/km_online_ip", c.content);
@@ -284,15 +260,17 @@ TEST_F(Clients, GiveTheNoiseOfTheStrongestThatSentAndReceived) {
         const char *what;
         std::vector<Station> stations;
         int expected;
-    } cases[] = {{"no station", {}, -95},
-                 {"only one, though silent", {station(0, 5, -80, 0)}, -80},
-                 {"the greatest", {station(1, 5, -80, 10), station(1, 5, -81, 30), station(1, 5, -82, 20)}, -81},
-                 {"a tie keeps the earlier", {station(1, 5, -80, 10), station(1, 5, -81, 10)}, -80},
-                 {"one that sent nothing does not count", {station(1, 5, -80, 10), station(0, 5, -81, 30)}, -80},
-                 {"just associated", {station(1, 0, -80, 10)}, -95},
-                 {"counts beyond an int are all the greatest",
-                  {station(1, 5, -80, 0x80000000), station(1, 5, -81, 0xffffffff)},
-                  -80}};
+    } cases[] = {
+        {"no station", {}, -95},
+        {"only one, though silent", {station(0, 5, -80, 0)}, -80},
+        {"the greatest", {station(1, 5, -80, 10), station(1, 5, -81, 30), station(1, 5, -82, 20)}, -81},
+        {"a tie keeps the earlier", {station(1, 5, -80, 10), station(1, 5, -81, 10)}, -80},
+        {"one that sent nothing does not count", {station(1, 5, -80, 10), station(0, 5, -81, 30)}, -80},
+        {"just associated", {station(1, 0, -80, 10)}, -95},
+        {"counts beyond an int are all the greatest",
+         {station(1, 5, -80, 0x80000000), station(1, 5, -81, 0xffffffff)},
+         -80},
+    };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
         driver.stations["w"] = c.stations;
@@ -331,7 +309,8 @@ TEST(ClientRate, ComesFromTheLastSampleOrTheWholeConnection) {
         {"connected for as long, a wrapped counter", 10, 3, sample("m2", "1.1.1.2", "10", 10340, 100), "0.31", "8.00"},
         {"another address", 10, 3, sample("m2", "1.1.1.9", "100", 128000, 256000), "0.00", "0.00"},
         {"another station", 10, 1, sample("m2", "1.1.1.2", "100", 128000, 256000), "0.00", "0.00"},
-        {"just associated", 10, 0, sample("m2", "1.1.1.2", "0", 0, 1), "inf", "nan"}};
+        {"just associated", 10, 0, sample("m2", "1.1.1.2", "0", 0, 1), "inf", "nan"},
+    };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
         char b[16], a[16];

@@ -15,10 +15,11 @@ using testing::HasSubstr;
 
 // The store's prefixes are read once in a process, so every set of prefixes has a child of its own.
 void in_fresh_process(const std::string &flag, const std::function<void()> &action) {
-    test::store.values = {{"wlan24g.bss_mib_prefix", "b2-"},  {"wlan24g.radio_mib_prefix", "r2"},
-                          {"wlan24g.extra_mib_prefix", "e2"}, {"wlan5g.bss_mib_prefix", "b5-"},
-                          {"wlan5g.radio_mib_prefix", "r5"},  {"wlan5g.extra_mib_prefix", "e5"},
-                          {"wlan.mib_prefix_flag", flag}};
+    test::store.values = {
+        {"wlan24g.bss_mib_prefix", "b2-"}, {"wlan24g.radio_mib_prefix", "r2"}, {"wlan24g.extra_mib_prefix", "e2"},
+        {"wlan5g.bss_mib_prefix", "b5-"},  {"wlan5g.radio_mib_prefix", "r5"},  {"wlan5g.extra_mib_prefix", "e5"},
+        {"wlan.mib_prefix_flag", flag},
+    };
     EXPECT_EQ(test::run_in_child([&] {
                   action();
                   if (testing::Test::HasFailure()) _exit(1);
@@ -44,11 +45,13 @@ TEST(MibPrefix, HasFourteenKindsInStoredOrder) {
         unsigned int kind;
         int index;
         const char *with_dot, *with_underscore;
-    } cases[] = {{0, 0, "", ""},          {1, 5, "lan", "lan"},        {3, 2, "b2-2.", "b2-2_"},
-                 {12, 0, "b2-0", "b2-0"}, {2, 7, "r2.", "r2_"},        {14, 0, "r2", "r2"},
-                 {6, 0, "e2.", "e2_"},    {5, 10, "b5-10.", "b5-10_"}, {13, -1, "b5--1", "b5--1"},
-                 {4, 0, "r5.", "r5_"},    {15, 0, "r5", "r5"},         {7, 0, "e5.", "e5_"},
-                 {16, 0, "e2", "e2"},     {17, 0, "e5", "e5"}};
+    } cases[] = {
+        {0, 0, "", ""},          {1, 5, "lan", "lan"},        {3, 2, "b2-2.", "b2-2_"},
+        {12, 0, "b2-0", "b2-0"}, {2, 7, "r2.", "r2_"},        {14, 0, "r2", "r2"},
+        {6, 0, "e2.", "e2_"},    {5, 10, "b5-10.", "b5-10_"}, {13, -1, "b5--1", "b5--1"},
+        {4, 0, "r5.", "r5_"},    {15, 0, "r5", "r5"},         {7, 0, "e5.", "e5_"},
+        {16, 0, "e2", "e2"},     {17, 0, "e5", "e5"},
+    };
     for (size_t i = 0; i < std::size(cases); ++i) EXPECT_EQ(g_mib_prefix_handle[i].kind, cases[i].kind);
     for (const char *flag : {"0", "1", "7"}) {
         SCOPED_TRACE(flag);
@@ -130,12 +133,14 @@ TEST(Setting, SaysBadArgumentForNull) {
     const struct {
         const char *what;
         std::function<void()> call;
-    } cases[] = {{"wifi_set_value      ", [] { EXPECT_EQ(wifi_set_value(nullptr, "n", "v"), -1); }},
-                 {"wifi_set_int_value  ", [] { EXPECT_EQ(wifi_set_int_value("p", nullptr, 1), -1); }},
-                 {"wifi_get_value      ", [&] { EXPECT_EQ(wifi_get_value(nullptr, "n", out), out); }},
-                 {"wifi_get_value      ", [] { EXPECT_EQ(wifi_get_value("p", "n", nullptr), nullptr); }},
-                 {"wifi_get_int_value  ", [] { EXPECT_EQ(wifi_get_int_value("p", nullptr), -1); }},
-                 {"wifi_unset_value    ", [] { EXPECT_EQ(wifi_unset_value(nullptr, "n"), -1); }}};
+    } cases[] = {
+        {"wifi_set_value      ", [] { EXPECT_EQ(wifi_set_value(nullptr, "n", "v"), -1); }},
+        {"wifi_set_int_value  ", [] { EXPECT_EQ(wifi_set_int_value("p", nullptr, 1), -1); }},
+        {"wifi_get_value      ", [&] { EXPECT_EQ(wifi_get_value(nullptr, "n", out), out); }},
+        {"wifi_get_value      ", [] { EXPECT_EQ(wifi_get_value("p", "n", nullptr), nullptr); }},
+        {"wifi_get_int_value  ", [] { EXPECT_EQ(wifi_get_int_value("p", nullptr), -1); }},
+        {"wifi_unset_value    ", [] { EXPECT_EQ(wifi_unset_value(nullptr, "n"), -1); }},
+    };
     for (const auto &c : cases)
         EXPECT_THAT(test::printed_by(c.call), testing::MatchesRegex(std::string("\033\\[1;40;31m\\[PROD\\] [0-9]{4} ") +
                                                                     c.what + ": bad argument\n\033\\[0m"));
@@ -160,7 +165,8 @@ TEST(RateType, AnswersEachInItsOwnWay) {
             {"radio int get", 0, 0, 0, [](int b) { return common_get_int_rate_type_radio(b, "none"); }},
             {"radio text get", -1, 1, 1, [&](int b) { return common_get_rate_type_radio_value(b, "t", out); }},
             {"radio int set", 0, 1, 0, [](int b) { return common_set_int_rate_type_radio_value(b, "i", 5); }},
-            {"radio number set", -1, 1, 1, [](int b) { return common_set_rate_type_radio_value(b, "n", -6); }}};
+            {"radio number set", -1, 1, 1, [](int b) { return common_set_rate_type_radio_value(b, "n", -6); }},
+        };
         for (const auto &c : cases) {
             SCOPED_TRACE(c.what);
             for (const int band : {2, 6, 0, -24}) EXPECT_EQ(c.call(band), c.unsupported);
@@ -203,7 +209,8 @@ TEST(RateType, TracesWhatItDid) {
              [&] { common_get_rate_type_radio_value(5, "z", out); }},
             {"7 not support.\n", [] { common_get_int_rate_type_radio(7, "x"); }},
             {"7 not support.\n", [&] { get_prefix_radio_by_type(7, out, 64); }},
-            {"wifi_type:[2.4G], str:[r2_].\n", [&] { get_prefix_radio_by_type(24, out, 64); }}};
+            {"wifi_type:[2.4G], str:[r2_].\n", [&] { get_prefix_radio_by_type(24, out, 64); }},
+        };
         for (const auto &c : cases) EXPECT_THAT(test::printed_by(c.call), HasSubstr(": " + c.line)) << c.line;
         EXPECT_EQ(test::printed_by([] { common_get_rate_type_radio_value(7, "x", nullptr); }), "");
     });

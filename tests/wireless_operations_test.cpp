@@ -2,37 +2,17 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include "applatform/kernel_rules.h"
 #include "applatform/message_bus.h"
-#include "applatform/wireless_driver.h"
 #include "apsupport/wireless.h"
-#include "foundation/byte_order.h"
 #include "tests/support/capture.h"
+#include "tests/support/scripted_driver.h"
 
 namespace {
 
+using test::driver;
 using Words = std::vector<int>;
-
-// What the driver answers, and what it was asked.
-struct Driver {
-    int result = 0, status = 0, scans_that_fail = 0, publish_result = 0;
-    int bandwidth = 20;
-    std::vector<std::string> calls;
-    std::vector<uint8_t> request;
-    int slept_s = 0;
-} driver;
-
-int answer(const std::string &call) {
-    driver.calls.push_back(call);
-    return driver.result;
-}
-
-void take_request(const void *request, size_t size) {
-    const auto *bytes = static_cast<const uint8_t *>(request);
-    driver.request.assign(bytes, bytes + size);
-}
 
 // The request's words that are not 0, by their index.
 std::map<size_t, int> set_words() {
@@ -42,48 +22,21 @@ std::map<size_t, int> set_words() {
     return words;
 }
 
+std::vector<std::string> published;
+int publish_result;
+
 struct Operation : testing::Test {
-    void SetUp() override { driver = Driver(); }
+    void SetUp() override { driver = {}; }
 };
 
 }  // namespace
 
 extern "C" {
-unsigned int sleep(unsigned int seconds) { return driver.slept_s += static_cast<int>(seconds), 0; }
-int uwb_get_osif_name(const char *ifname, char *out) {
-    std::strcpy(out, (std::string("os-") + ifname).c_str());
-    return answer("osif");
-}
-int uwb_get_extend_info(const char *, void *record) {
-    ap::store_le(record, -3);
-    return answer("extend");
-}
-int uwb_get_sta_info(const char *ifname, int zero, void *, int capacity, int *count) {
-    answer(std::string("sta ") + ifname + " " + std::to_string(zero) + " " + std::to_string(capacity));
-    *count = driver.status;
-    return driver.result;
-}
-int uwb_check_dev_status(const char *) { return driver.status; }
-int uwb_get_chan_info(const char *, void *record) {
-    for (size_t i = 0; i < 6; ++i) ap::store_le(static_cast<uint8_t *>(record) + 4 * i, static_cast<int>(100 + i));
-    ap::store_le(static_cast<uint8_t *>(record) + 8, driver.bandwidth);
-    return answer("chan");
-}
-int uwb_channel_switch(const char *, const void *request) { return take_request(request, 16), answer("switch"); }
-int uwb_set_txpower(const char *, const void *request) { return take_request(request, 12), answer("power"); }
-int uwb_scan(const char *, const void *request) {
-    take_request(request, 160);
-    answer("scan");
-    return driver.scans_that_fail-- > 0 ? -1 : 0;
-}
-int uwb_private_ie_create_port(const void *request) { return take_request(request, 96), answer("create"); }
-int uwb_private_ie_destory_port(int port) { return answer("destroy " + std::to_string(port)); }
-int uwb_private_ie_switch(int on) { return answer("switch " + std::to_string(on)); }
 int km_interface_isolate_enable(void) { return 41; }
 int km_interface_isolate_disable(void) { return 42; }
 int holymsg_publish(const char *topic, const void *data, unsigned int length) {
-    driver.calls.push_back(std::string(topic) + "|" + std::string(static_cast<const char *>(data), length));
-    return driver.publish_result;
+    published.push_back(std::string(topic) + "|" + std::string(static_cast<const char *>(data), length));
+    return publish_result;
 }
 }
 
@@ -111,19 +64,19 @@ TEST_F(Operation, PassesNamesStatesAndResultsOn) {
 TEST_F(Operation, CountsClients) {
     const struct {
         const char *what;
-        int result, count, expected;
-    } cases[] = {{"some", 0, 5, 5},
-                 {"a full buffer", 0, 128, 128},
-                 {"more than the buffer", 0, 129, 128},
-                 {"nonsense", 0, -1, 0},
-                 {"a failure", -1, 7, 0}};
+        int result, stations, extra, expected;
+    } cases[] = {
+        {"some", 0, 5, 0, 5},      {"a full buffer", 0, 128, 0, 128}, {"more than the buffer", 0, 128, 1, 128},
+        {"nonsense", 0, 0, -1, 0}, {"a failure", -1, 7, 0, 0},
+    };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
-        driver = Driver();
+        driver = {};
         driver.result = c.result;
-        driver.status = c.count;
+        driver.stations["wlan0.0"].resize(static_cast<size_t>(c.stations));
+        driver.extra_stations = c.extra;
         EXPECT_EQ(wifi_get_interface_client_num("wlan0.0"), c.expected);
-        EXPECT_EQ(driver.calls, (std::vector<std::string>{"osif", "sta wlan0.0 0 128"}));
+        EXPECT_EQ(driver.log, "osif stations0/128 ");
     }
 }
 
@@ -131,7 +84,7 @@ TEST_F(Operation, ReadsChannelInformation) {
     int out[4] = {7, 7, 7, 7};
     driver.bandwidth = 80;
     EXPECT_EQ(wifi_get_interface_chaninfo("wlan1.0", out), 0);
-    EXPECT_EQ(Words(out, out + 4), (Words{1, 100, 80, 103}));
+    EXPECT_EQ(Words(out, out + 4), (Words{1, 6, 80, 103}));
 
     Words before{7, 7, 7, 7};
     driver.result = -1;
@@ -167,14 +120,14 @@ TEST_F(Operation, SendsChannelPowerAndPrivateElementRequests) {
 TEST_F(Operation, TurnsDriverResultsOfPrivateElementsIntoZeroOrFailure) {
     const WifiPrivateIe description = {};
     for (const int result : {0, -1, 3}) {
-        driver = Driver();
+        driver = {};
         driver.result = result;
         const int expected = result == 0 ? 0 : -1;
         EXPECT_EQ(wifi_interface_create_private_ie(&description), expected);
         EXPECT_EQ(wifi_interface_destory_private_ie(98), expected);
         EXPECT_EQ(wifi_interface_enable_private_ie(), expected);
         EXPECT_EQ(wifi_interface_disable_private_ie(), expected);
-        EXPECT_EQ(driver.calls, (std::vector<std::string>{"create", "destroy 98", "switch 1", "switch 0"}));
+        EXPECT_EQ(driver.log, "create destroy98 element1 element0 ");
     }
 }
 
@@ -185,14 +138,16 @@ TEST_F(Operation, SetsTheScanRequestsWords) {
         unsigned int channel;
         int bandwidth;
         std::map<size_t, int> words;
-    } cases[] = {{"no target", 0, 100, 80, {}},
-                 {"no target at 160 MHz", 0, 36, 160, {{1, 1}, {2, 1}}},
-                 {"channel 48", 7, 48, 20, {{2, 1}, {3, 7}}},
-                 {"channel 49", 7, 49, 20, {{1, 1}, {2, 1}, {3, 7}}},
-                 {"channel 148", 7, 148, 20, {{1, 1}, {2, 1}, {3, 7}}},
-                 {"channel 149", 7, 149, 20, {{2, 1}, {3, 7}}},
-                 {"a channel below 0", 7, 0xffffffff, 20, {{2, 1}, {3, 7}}},
-                 {"a target at 160 MHz", -7, 36, 160, {{1, 1}, {2, 1}, {3, -7}}}};
+    } cases[] = {
+        {"no target", 0, 100, 80, {}},
+        {"no target at 160 MHz", 0, 36, 160, {{1, 1}, {2, 1}}},
+        {"channel 48", 7, 48, 20, {{2, 1}, {3, 7}}},
+        {"channel 49", 7, 49, 20, {{1, 1}, {2, 1}, {3, 7}}},
+        {"channel 148", 7, 148, 20, {{1, 1}, {2, 1}, {3, 7}}},
+        {"channel 149", 7, 149, 20, {{2, 1}, {3, 7}}},
+        {"a channel below 0", 7, 0xffffffff, 20, {{2, 1}, {3, 7}}},
+        {"a target at 160 MHz", -7, 36, 160, {{1, 1}, {2, 1}, {3, -7}}},
+    };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
         driver.bandwidth = c.bandwidth;
@@ -205,14 +160,23 @@ TEST_F(Operation, SetsTheScanRequestsWords) {
 }
 
 TEST_F(Operation, ScansFiveTimesASecondApart) {
-    for (const int failures : {4, 5}) {
-        driver = Driver();
-        driver.scans_that_fail = failures;
-        const std::string printed =
-            test::printed_by([&] { EXPECT_EQ(wifi_interface_scan("wlan0", 0, 0), failures == 5 ? -1 : 0); });
-        EXPECT_EQ(std::ranges::count(driver.calls, "scan"), 5);
-        EXPECT_EQ(driver.slept_s, failures);
-        EXPECT_EQ(printed.find("wlan0 scan failed!\n") != std::string::npos, failures == 5);
+    const struct {
+        Words failing;
+        int result;
+        const char *log, *printed;
+    } cases[] = {
+        {{1, 2, 3, 4}, 0, "info scan0 sleep1 info scan0 sleep1 info scan0 sleep1 info scan0 sleep1 info scan0 ", ""},
+        {{1, 2, 3, 4, 5},
+         -1,
+         "info scan0 sleep1 info scan0 sleep1 info scan0 sleep1 info scan0 sleep1 info scan0 sleep1 ",
+         "wlan0 scan failed!\n"},
+    };
+    for (const auto &c : cases) {
+        driver = {};
+        driver.failing["scan"] = c.failing;
+        const std::string printed = test::printed_by([&] { EXPECT_EQ(wifi_interface_scan("wlan0", 0, 0), c.result); });
+        EXPECT_EQ(driver.log, c.log);
+        EXPECT_THAT(printed, testing::EndsWith("cur_channel.bandwidth:20\n" + std::string(c.printed)));
     }
     EXPECT_EQ(test::printed_by([] { EXPECT_EQ(wifi_interface_scan(nullptr, 0, 0), -1); }), "null pointer!\n");
 }
@@ -235,11 +199,11 @@ TEST_F(Operation, NamesTheWirelessServersTopics) {
 
 TEST_F(Operation, SendsTextsToTheWirelessServer) {
     EXPECT_EQ(send_msg_to_wlan_server("{\"op\":1}"), 0);
-    driver.publish_result = 3;
+    publish_result = 3;
     EXPECT_EQ(send_msg_to_wlan_server(""), 0);
-    EXPECT_EQ(driver.calls, (std::vector<std::string>{"ugw.wserver.message|{\"op\":1}", "ugw.wserver.message|"}));
+    EXPECT_EQ(published, (std::vector<std::string>{"ugw.wserver.message|{\"op\":1}", "ugw.wserver.message|"}));
 
-    driver.publish_result = -1;
+    publish_result = -1;
     EXPECT_THAT(test::printed_by([] { EXPECT_EQ(send_msg_to_wlan_server("m"), -1); }),
                 testing::MatchesRegex(
                     "\\[send_msg_to_wlan_server_to_ugw\\]\\[[0-9]+\\]\\[m\\] publish WLAN_SERVER_MSG_TYPE failed!\n"));

@@ -18,11 +18,10 @@ int power_result;
 
 using Values = std::map<std::string, std::string>;
 
-const Values prefixes = {{"wlan24g.bss_mib_prefix", "b2-"},
-                         {"wlan24g.radio_mib_prefix", "r2"},
-                         {"wlan5g.bss_mib_prefix", "b5-"},
-                         {"wlan5g.radio_mib_prefix", "r5"},
-                         {"wlan.mib_prefix_flag", "0"}};
+const Values prefixes = {
+    {"wlan24g.bss_mib_prefix", "b2-"}, {"wlan24g.radio_mib_prefix", "r2"}, {"wlan5g.bss_mib_prefix", "b5-"},
+    {"wlan5g.radio_mib_prefix", "r5"}, {"wlan.mib_prefix_flag", "0"},
+};
 
 void store_values(const Values &values) {
     test::store = {};
@@ -42,10 +41,12 @@ TEST(Sideband, FollowsTheChannel) {
     const struct {
         std::vector<int> channels;
         const char *sideband;
-    } cases[] = {{{-3, 0, 1, 4, 36, 44, 52, 60, 149, 157, 100, 108, 116, 124, 132, 140, 179, 188}, "upper"},
-                 {{10, 13, 40, 48, 56, 64, 153, 161, 104, 112, 120, 128, 136, 165, 181, 248}, "lower"},
-                 {{5, 7, 9}, "kept"},
-                 {{14, 35, 144, 169, 1000}, "none"}};
+    } cases[] = {
+        {{-3, 0, 1, 4, 36, 44, 52, 60, 149, 157, 100, 108, 116, 124, 132, 140, 179, 188}, "upper"},
+        {{10, 13, 40, 48, 56, 64, 153, 161, 104, 112, 120, 128, 136, 165, 181, 248}, "lower"},
+        {{5, 7, 9}, "kept"},
+        {{14, 35, 144, 169, 1000}, "none"},
+    };
     for (const auto &c : cases) {
         for (const int channel : c.channels) {
             char out[8] = "kept";
@@ -58,8 +59,10 @@ TEST(Sideband, FollowsTheChannel) {
 TEST(Sideband, FollowsTheExtensionChannel) {
     const struct {
         const char *extension, *bandwidth, *sideband;
-    } cases[] = {{"upper", "40", "upper"}, {"lower", "0", "lower"}, {"null", "40", "kept"}, {"0", "40", "kept"},
-                 {"upper", "20", "kept"},  {"upper", "", "kept"},   {"", "40", ""},         {"00", "0", "00"}};
+    } cases[] = {
+        {"upper", "40", "upper"}, {"lower", "0", "lower"}, {"null", "40", "kept"}, {"0", "40", "kept"},
+        {"upper", "20", "kept"},  {"upper", "", "kept"},   {"", "40", ""},         {"00", "0", "00"},
+    };
     for (const auto &c : cases) {
         char out[8] = "kept";
         get_wifi_sideband_flag_by_exchannel(c.extension, c.bandwidth, out);
@@ -81,11 +84,13 @@ TEST(RadioRules, ReadAntennaMasks) {
 TEST(RadioRules, AddNamesToLists) {
     const struct {
         const char *list, *name, *expected;
-    } cases[] = {{"", "wlan0", "wlan0"},
-                 {"wlan0", "wlan1", "wlan0 wlan1"},
-                 {"wlan0.1", "wlan0", "wlan0.1"},
-                 {"wlan0", "wlan0.1", "wlan0 wlan0.1"},
-                 {"a b", "", "a b"}};
+    } cases[] = {
+        {"", "wlan0", "wlan0"},
+        {"wlan0", "wlan1", "wlan0 wlan1"},
+        {"wlan0.1", "wlan0", "wlan0.1"},
+        {"wlan0", "wlan0.1", "wlan0 wlan0.1"},
+        {"a b", "", "a b"},
+    };
     for (const auto &c : cases) {
         char list[32];
         std::strcpy(list, c.list);
@@ -130,9 +135,11 @@ TEST(RadioPower, IsCompensatedAndClamped) {
     const struct {
         const char *what;
         int band, requested, expected;
-    } cases[] = {{"no request", 24, 0, 17},      {"above the limit", 24, 30, 25},     {"at the limit", 24, 27, 25},
-                 {"just below it", 24, 26, 24},  {"below the limit", 24, 6, 5},       {"at the lower limit", 24, 7, 5},
-                 {"far below", 24, INT_MIN, 25}, {"contradicting limits", 5, 15, 20}, {"another band", 6, 15, -1}};
+    } cases[] = {
+        {"no request", 24, 0, 17},      {"above the limit", 24, 30, 25},     {"at the limit", 24, 27, 25},
+        {"just below it", 24, 26, 24},  {"below the limit", 24, 6, 5},       {"at the lower limit", 24, 7, 5},
+        {"far below", 24, INT_MIN, 25}, {"contradicting limits", 5, 15, 20}, {"another band", 6, 15, -1},
+    };
     for (const auto &c : cases) EXPECT_EQ(adjust_radio_power(c.band, c.requested), c.expected) << c.what;
     EXPECT_EQ(get_web_minpower("r2."), 7);
     EXPECT_EQ(get_web_curpower("r2."), 19);
@@ -169,11 +176,13 @@ TEST(HighPower, IsConfiguredCommittedAndApplied) {
         const char *what, *changed_key, *changed_value;
         int commit_result, driver_result, result;
         std::vector<std::string> requests;
-    } cases[] = {{"both radios", "", "", 1, 0, 0, {"b2-1 25 25", "b5-0 44 44"}},
-                 {"the driver's last result", "", "", 1, 9, 9, {"b2-1 25 25", "b5-0 44 44"}},
-                 {"a failed commit", "", "", 0, 9, 0, {}},
-                 {"a radio that is off", "r2.enable", "0", 1, 9, 9, {"b5-0 44 44"}},
-                 {"a radio without SSIDs", "r5.web_maxbss", "0", 1, 9, 9, {"b2-1 25 25"}}};
+    } cases[] = {
+        {"both radios", "", "", 1, 0, 0, {"b2-1 25 25", "b5-0 44 44"}},
+        {"the driver's last result", "", "", 1, 9, 9, {"b2-1 25 25", "b5-0 44 44"}},
+        {"a failed commit", "", "", 0, 9, 0, {}},
+        {"a radio that is off", "r2.enable", "0", 1, 9, 9, {"b5-0 44 44"}},
+        {"a radio without SSIDs", "r5.web_maxbss", "0", 1, 9, 9, {"b2-1 25 25"}},
+    };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
         store_values(values);
@@ -217,7 +226,8 @@ TEST(DualBand, ComparesWhatItsSecurityNeeds) {
          {"bss_ssid", "bss_wpa_type", "bss_radius_ip", "bss_radius_port", "bss_radius_key", "bss_wpa_crypto",
           "bss_radius_time"},
          {"bss_wpapsk_key"}},
-        {"unheard-of", {"bss_ssid"}, {"bss_wep_type", "bss_wpa_type"}}};
+        {"unheard-of", {"bss_ssid"}, {"bss_wep_type", "bss_wpa_type"}},
+    };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.security);
         const auto check = [&](const std::string &name, int expected) {

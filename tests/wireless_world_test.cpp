@@ -118,13 +118,15 @@ TEST_F(WirelessWorld, SwitchesOnlyToWhatTheRadioCanDo) {
         const char *what, *ifname;
         int channel, bandwidth, result;
         const char *after;
-    } cases[] = {{"a free channel", "wlan1.0", 149, 80, 0, "149/80/153"},
-                 {"the upper of a pair", "ath1", 40, 40, 0, "40/40/36"},
-                 {"a radar channel in peace", "wlan1", 104, 20, 0, "104/20/0"},
-                 {"radar", "wlan1", 100, 20, -1, "36/80/40"},
-                 {"a channel of the other band", "wlan1", 6, 20, -1, "36/80/40"},
-                 {"a bandwidth between", "wlan1", 36, 60, -1, "36/80/40"},
-                 {"too wide for the band", "wlan0", 1, 80, -1, "6/20/0"}};
+    } cases[] = {
+        {"a free channel", "wlan1.0", 149, 80, 0, "149/80/153"},
+        {"the upper of a pair", "ath1", 40, 40, 0, "40/40/36"},
+        {"a radar channel in peace", "wlan1", 104, 20, 0, "104/20/0"},
+        {"radar", "wlan1", 100, 20, -1, "36/80/40"},
+        {"a channel of the other band", "wlan1", 6, 20, -1, "36/80/40"},
+        {"a bandwidth between", "wlan1", 36, 60, -1, "36/80/40"},
+        {"too wide for the band", "wlan0", 1, 80, -1, "6/20/0"},
+    };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
         start(scenario());
@@ -202,13 +204,15 @@ TEST_F(WirelessWorld, RefusesAScenarioThatMakesNoSense) {
     const struct {
         const char *what;
         std::string text, complaint;
-    } cases[] = {{"no JSON", "{\n\n\"access_points\": [}", "no JSON object, line 3"},
-                 {"an array", "[]", "no JSON object"},
-                 {"a MAC", R"({"clients":[{"mac":"02:00:00:00:00:00:00"}]})", "is no MAC address"},
-                 {"a band", R"({"neighbours":[{"bssid":"02:00:00:00:00:00","band":"6G"}]})", "band \"6G\" is neither"},
-                 {"a channel", R"({"access_points":[{"name":"a","radios":[{"band":"5G","channel":6}]}]})",
-                  "starts on channel 6"},
-                 {"a name", R"({"access_points":[{}]})", "has no name"}};
+    } cases[] = {
+        {"no JSON", "{\n\n\"access_points\": [}", "no JSON object, line 3"},
+        {"an array", "[]", "no JSON object"},
+        {"a MAC", R"({"clients":[{"mac":"02:00:00:00:00:00:00"}]})", "is no MAC address"},
+        {"a band", R"({"neighbours":[{"bssid":"02:00:00:00:00:00","band":"6G"}]})", "band \"6G\" is neither"},
+        {"a channel", R"({"access_points":[{"name":"a","radios":[{"band":"5G","channel":6}]}]})",
+         "starts on channel 6"},
+        {"a name", R"({"access_points":[{}]})", "has no name"},
+    };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
         start(c.text);

@@ -71,7 +71,8 @@ private:
 
     static size_t hash(const char (&mac)[18]) {
         uint32_t value = 0;
-        for (const size_t position : {0, 4, 8, 12, 14}) value = (value ^ le32(mac + position)) * 0x9e3779b1u;
+        constexpr size_t positions[] = {0, 4, 8, 12, 18 - 4};
+        for (const size_t position : positions) value = (value ^ le32(mac + position)) * 0x9e3779b1u;
         return value >> (32 - slot_bits);
     }
     // The slot that holds this MAC's entry number plus 1, or the free one (0) where it belongs.
@@ -140,7 +141,7 @@ int wifi_get_clientlist_by_ugw(const char *ifname, WifiClientInfo *out, int capa
     if (uwb_get_sta_info(ifname, 0, stations.get(), std::min(capacity, ap::most_stations), &count) < 0) return 0;
     count = std::clamp(count, 0, ap::most_stations);
     for (int i = 0; i < std::min(count, capacity); ++i) ap::fill_client(stations.get()[i], os_name, out[i]);
-    return count > capacity ? capacity + 1 : count;
+    return count > capacity ? std::max(capacity, -1) + 1 : count;
 }
 
 int wifi_get_client_list_by_ugw(const char *ifname, WifiClientInfo *out, int capacity) {

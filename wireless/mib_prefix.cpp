@@ -26,8 +26,9 @@ struct Prefix {
 
 class PrefixCache {
 public:
-    Prefix get(const char *config_key) {
-        if ((__atomic_load_n(&words_[0], __ATOMIC_ACQUIRE) & 0xff) == 0) fill(config_key);
+    // The separator is read only for a builder that writes one.
+    Prefix get(const char *config_key, bool with_separator) {
+        if ((__atomic_load_n(&words_[0], __ATOMIC_ACQUIRE) & 0xff) == 0) fill(config_key, with_separator);
         Prefix prefix;
         for (size_t i = 0; i < words_.size(); ++i)
             store_le(prefix.text + 4 * i, __atomic_load_n(&words_[i], __ATOMIC_RELAXED));
@@ -36,10 +37,10 @@ public:
     }
 
 private:
-    void fill(const char *config_key) {
+    void fill(const char *config_key, bool with_separator) {
         char text[prefix_size] = {};
         copy_config(config_key, text);
-        const int flag = prod_cfm_get_int_val("wlan.mib_prefix_flag");
+        const int flag = with_separator ? prod_cfm_get_int_val("wlan.mib_prefix_flag") : 0;
         __atomic_store_n(&underscore_, flag != 0 ? 1u : 0u, __ATOMIC_RELAXED);
         for (size_t i = words_.size(); i-- > 1;) __atomic_store_n(&words_[i], le32(text + 4 * i), __ATOMIC_RELAXED);
         __atomic_store_n(&words_[0], le32(text), __ATOMIC_RELEASE);
@@ -59,7 +60,7 @@ enum class Form { bss_key, bss_name, key, name };
 // One builder for each row of the table, each with its own copy of the configuration.
 template <const char *config_key, Form form> int build(char *out, int index) {
     static constinit PrefixCache cache;
-    const Prefix prefix = cache.get(config_key);
+    const Prefix prefix = cache.get(config_key, form == Form::bss_key || form == Form::key);
     const char *separator = prefix.underscore ? "_" : ".";
     char whole[prefix_size + sizeof "-2147483648_"] = {};
     switch (form) {

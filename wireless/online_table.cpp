@@ -54,6 +54,7 @@ void format_wanted_mac(const char *mac, char (&wanted)[18]) {
     copy_text(upper, {mac, strnlen(mac, sizeof upper)});
     for (char &c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     unsigned int bytes[6] = {};
+    // NOLINTNEXTLINE(cert-err34-c): two digits always fit, and a byte that cannot be read stays 0
     std::sscanf(upper, "%02X:%02X:%02X:%02X:%02X:%02X", &bytes[0], &bytes[1], &bytes[2], &bytes[3], &bytes[4],
                 &bytes[5]);
     std::snprintf(wanted, sizeof wanted, "%02X-%02X-%02X-%02X-%02X-%02X", bytes[0], bytes[1], bytes[2], bytes[3],

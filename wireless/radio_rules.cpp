@@ -70,8 +70,9 @@ int get_wlan_index(int band) {
 int wifi_list_add_ifname(char *list, const char *name) {
     if (list == nullptr || name == nullptr) return -1;
     if (std::strstr(list, name) != nullptr) return 0;
-    if (*list != '\0') std::strcat(list, " ");
-    std::strcat(list, name);
+    char *end = list + std::strlen(list);
+    if (end != list) *end++ = ' ';
+    ap::write_text(end, name);
     return 0;
 }
 
@@ -93,6 +94,7 @@ void get_wifi_sideband_flag_by_channel(int channel, char *out) {
 }
 
 void get_wifi_sideband_flag_by_exchannel(const char *exchannel_text, const char *bandwidth_text, char *out) {
+    if (exchannel_text == nullptr || bandwidth_text == nullptr) return;
     const std::string_view bandwidth(bandwidth_text), extension(exchannel_text);
     if (bandwidth != "40" && bandwidth != "0") return;
     if (extension == "null" || extension == "0") return;

@@ -42,9 +42,9 @@ char *wifi_get_mibname(const char *prefix, const char *name, char *out) {
         AP_ERROR("prod", "wifi mib error!");
         return nullptr;
     }
-    const size_t prefix_length = std::strlen(prefix);
-    std::memmove(out, prefix, prefix_length);
-    std::memmove(out + prefix_length, name, std::strlen(name) + 1);
+    const std::string_view front(prefix), back(name);
+    ap::copy_text(out, front.size() + 1, front);
+    ap::copy_text(out + front.size(), back.size() + 1, back);
     return out;
 }
 

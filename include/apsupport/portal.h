@@ -76,7 +76,8 @@ struct portal_kick_batch {
     uint8_t  macs[170][6];          /* 24 */
 };                                  /* 1044 bytes */
 /* Adds up to 150 accounts and writes their files of bound devices. A name must begin with a letter, a digit, ".", "_" or
-   "-". 0; 255 for more records, which adds none, or for a refused name, which is left out. */
+   "-". An expiry date is local time; one that cannot be read has passed. 0; 255 for more records, which adds none, or for
+   a refused name, which is left out. */
 int tpi_ap_portal_add_web_user(unsigned int count, const struct portal_web_record *records);
 
 /* A device logs in: 15 accepted, 14 the device is not bound to the account, 13 the account is expired, 12 no such account
@@ -97,7 +98,7 @@ int tpi_ap_portal_del_web_user(const struct portal_web_request *request);
 int tpi_ap_portal_update_web_user(const struct portal_web_record *record);
 
 /* Expires accounts, at most once in 60 seconds, and broadcasts their devices in batches of up to 170. The caller presets
-   everything in the batch's head but the count. */
+   everything in the batch's head but the count; what was sent last, and was not full, stays in the batch. */
 void tpi_web_user_timeout(struct portal_kick_batch *batch);
 
 /* ---- phones, black and white lists -------------------------------------------------------------------------------- */

@@ -47,16 +47,17 @@ private:
 FilterState read_state(int fd) {
     char text[96] = {};
     FilterState state;
-    if (pread(fd, text, sizeof text - 1, 0) <= 0 ||
-        std::sscanf(text, "enabled %d value %d cleared %u", &state.enabled, &state.value, &state.cleared) != 3)
+    if (pread(fd, text, sizeof text - 1, 0) <= 0) return {};
+    // NOLINTNEXTLINE(cert-err34-c): our own line, and the fields are counted
+    if (std::sscanf(text, "enabled %d value %d cleared %u", &state.enabled, &state.value, &state.cleared) != 3)
         return {};
     return state;
 }
 
 int write_state(int fd, const FilterState &state) {
     char text[96];
-    const int length = std::snprintf(text, sizeof text, "enabled %d value %d cleared %u\n", state.enabled, state.value,
-                                     state.cleared);
+    const int length =
+        std::snprintf(text, sizeof text, "enabled %d value %d cleared %u\n", state.enabled, state.value, state.cleared);
     if (ftruncate(fd, 0) != 0) return -1;
     return pwrite(fd, text, static_cast<size_t>(length), 0) == length ? 0 : -1;
 }

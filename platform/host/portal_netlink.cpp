@@ -1,5 +1,5 @@
-// portal_netlink.cpp: see portal_netlink.h. Only the kernel's port is translated, both ways; everything else about these
-// sockets is the real kernel's.
+// portal_netlink.cpp: see portal_netlink.h. Only the kernel's port is translated, both ways; everything else about
+// these sockets is the real kernel's.
 
 #include "platform/host/portal_netlink.h"
 

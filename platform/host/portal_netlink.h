@@ -28,8 +28,7 @@ inline sockaddr_nl netlink_address(uint32_t port) {
 inline UniqueFd open_portal_module() {
     UniqueFd module(socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_USERSOCK));
     const sockaddr_nl address = netlink_address(portal_module_port);
-    if (module && bind(module.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
-        module.reset();
+    if (module && bind(module.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) module.reset();
     return module;
 }
 

@@ -12,10 +12,11 @@
 #include <cstdio>
 #include <ctime>
 #include <fcntl.h>
-#include <sys/stat.h>
+#include <string_view>
 #include <unistd.h>
 
 #include "foundation/file_io.h"
+#include "foundation/text.h"
 #include "platform/host/interpose.h"
 
 namespace ap::host {
@@ -27,11 +28,7 @@ constexpr char control_file[] = "/proc/kv_wlan/private_ie/private_ie";
 constexpr int line_port = 98;
 constexpr size_t longest_line = 256;
 
-double now_seconds() {
-    timespec now = {};
-    clock_gettime(CLOCK_REALTIME, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
-}
+double now_seconds() { return static_cast<double>(time(nullptr)); }
 
 bool has_line_port(const PrivateElements &elements) {
     return elements.on && std::ranges::find(elements.ports, line_port, &PrivatePort::port) != elements.ports.end();
@@ -97,10 +94,10 @@ void broadcast(World &world, const std::string &written) {
 }
 
 void take_command(World &world, const std::string &written) {
-    int port = 0, age_seconds = 0;
-    if (std::sscanf(written.c_str(), "age %d %d", &port, &age_seconds) != 2 || port != line_port || age_seconds <= 0)
-        return;
-    world.change().private_elements[world.own()->name].age_seconds = age_seconds;
+    constexpr std::string_view age_of_lines = "age 98 ";
+    if (!written.starts_with(age_of_lines)) return;
+    const int seconds = ap::to_int(written.c_str() + age_of_lines.size());
+    if (seconds > 0) world.change().private_elements[world.own()->name].age_seconds = seconds;
 }
 
 using TakeText = void (*)(World &world, const std::string &written);

@@ -42,8 +42,8 @@ public:
     WorldState &change() { return changed_ = true, state_; }  // what is changed here is kept and shared
     bool is_changed() const { return changed_; }
 
-    // The access point that this box is: the one of its name, or of what stands behind the last "-" of its name, else the
-    // first. Null when the scenario has none.
+    // The access point that this box is: the one of its name, or of what stands behind the last "-" of its name, else
+    // the first. Null when the scenario has none.
     const AccessPoint *own() const { return own_; }
 
     // The interface of that name, at this box's access point. A network is found by either of its two names.

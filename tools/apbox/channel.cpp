@@ -1,8 +1,10 @@
-// channel.cpp: see channel.h. On the wire each word ends with a NUL; a message has at most 128 KiB and four descriptors.
+// channel.cpp: see channel.h. On the wire each word ends with a NUL; a message has at most 128 KiB and four
+// descriptors.
 
 #include "tools/apbox/channel.h"
 
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <sys/socket.h>
 #include <sys/uio.h>
@@ -13,7 +15,7 @@ namespace box {
 
 namespace {
 
-constexpr size_t most_descriptors = 4;
+constexpr size_t most_descriptors = 4, longest_message = size_t{128} * 1024;
 
 union Control {
     cmsghdr header;
@@ -33,6 +35,12 @@ void take_descriptors(msghdr &header, Message &message) {
 }
 
 }  // namespace
+
+int number_in(const std::string &word) {
+    int number = 0;
+    std::from_chars(word.data(), word.data() + word.size(), number);
+    return number;
+}
 
 bool send_message(int socket, const Words &words, const std::vector<int> &descriptors) {
     std::string text;
@@ -57,7 +65,7 @@ bool send_message(int socket, const Words &words, const std::vector<int> &descri
 }
 
 std::optional<Message> receive_message(int socket) {
-    std::string text(128 * 1024, '\0');
+    std::string text(longest_message, '\0');
     iovec body{text.data(), text.size()};
     Control control{};
     msghdr header{};

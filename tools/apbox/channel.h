@@ -11,6 +11,9 @@ namespace box {
 
 using Words = std::vector<std::string>;
 
+// The number that a word is; 0 when it is none.
+int number_in(const std::string &word);
+
 struct Message {
     Words words;  // never empty
     std::vector<Descriptor> descriptors;

@@ -1,5 +1,5 @@
-// keeper.cpp: see keeper.h. Each start of the device is one new set of namespaces with a process 1 of its own; what lasts
-// is the kept copy, the world, and the switches that the ports are plugged into.
+// keeper.cpp: see keeper.h. Each start of the device is one new set of namespaces with a process 1 of its own; what
+// lasts is the kept copy, the world, and the switches that the ports are plugged into.
 
 #include "tools/apbox/keeper.h"
 
@@ -34,7 +34,6 @@ namespace box {
 
 namespace {
 
-constexpr int most_boots_of_a_command = 100;  // ends a command that restarts the device each time it is started
 constexpr int status_without_power = 128 + SIGKILL;
 
 struct Ending {
@@ -43,9 +42,7 @@ struct Ending {
     std::string why;
 };
 
-fs::path own_program() { return fs::read_symlink("/proc/self/exe"); }
-
-fs::path folder_of_programs() { return own_program().parent_path(); }
+fs::path folder_of_programs() { return fs::read_symlink("/proc/self/exe").parent_path(); }
 
 // The box has its own clocks that stand at zero when it starts, as a device's do; where the kernel can.
 void reset_uptime() {
@@ -92,7 +89,7 @@ private:
     const Options &options_;
     Claim &claim_;
     const bool in_background_;
-    bool is_machine_root_ = false, has_own_users_ = true, is_up_ = false;
+    bool is_machine_root_ = false, is_up_ = false;
     Busybox busybox_;
     LanAddress address_{};
     fs::path kept_;
@@ -109,18 +106,11 @@ int Keeper::run(const std::function<void()> &is_up) {
     for (;;) {
         ++claim_.info.boots;
         const Ending ending = boot();
-        switch (ending.kind) {
-        case Ending::Kind::ended:
-        case Ending::Kind::power_off: return ending.status;
-        case Ending::Kind::restarts: break;
-        case Ending::Kind::failed:
-            if (is_up_ || !is_machine_root_ || !has_own_users_ || ending.status != exit_no_box)
-                throw Failure(ending.status, ending.why);
-            has_own_users_ = false;  // a container that lets root have all namespaces but this one
-        }
-        if (!in_background_ && claim_.info.boots == most_boots_of_a_command)
-            throw Failure(exit_failed, "the command restarted the device " + std::to_string(most_boots_of_a_command) +
-                                           " times; that is enough");
+        if (ending.kind == Ending::Kind::failed) throw Failure(ending.status, ending.why);
+        if (ending.kind != Ending::Kind::restarts) return ending.status;
+        if (!in_background_ && claim_.info.boots > options_.restarts)
+            throw Failure(exit_failed, "the command restarts the device again and again; --restarts allows it " +
+                                           std::to_string(options_.restarts) + " times");
     }
 }
 
@@ -148,12 +138,12 @@ void Keeper::open_kept_folder() {
         throw Failure(exit_failed, options_.keep + " is in use by another box");
 }
 
-// From here on everything of the machine is read-only for the box. The flags are locked in its mount namespace, since that
-// belongs to another user namespace.
+// From here on everything of the machine is read-only for the box. The flags are locked in its mount namespace, since
+// that belongs to another user namespace.
 void Keeper::seal_machine() {
     must(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "keep mounts to ourselves");
     set_access("/", Access::read_only, true);
-    set_access("/proc", Access::writable);  // else the box could only mount a read-only one
+    set_access("/proc", Access::writable);  // where this process sets the box's clocks
     mount_tmpfs(claim_.folder / "kept", "mode=0755");
     std::vector<std::string> writable = options_.writable;
     if (!options_.keep.empty()) writable.push_back(options_.keep);
@@ -205,7 +195,9 @@ Start Keeper::make_start() const {
     start.tree.root = claim_.folder / "root";
     start.tree.device = device;
     if (!options_.tree.empty()) start.tree.extra = {options_.tree};
-    start.tree.shown = {AP_CHECKOUT, folder_of_programs().parent_path()};
+    start.tree.shown = {AP_CHECKOUT, folder_of_programs()};
+    const fs::path build = folder_of_programs().parent_path();
+    if (fs::exists(build / "CMakeCache.txt")) start.tree.shown.push_back(build);
     for (const auto *folders : {&options_.shown, &options_.writable, &options_.programs})
         start.tree.shown.insert(start.tree.shown.end(), folders->begin(), folders->end());
     start.tree.busybox = busybox_;
@@ -221,6 +213,7 @@ Start Keeper::make_start() const {
     start.address = address_;
     start.control = control_.get();
     start.command_signals = command_signals_;
+    start.is_machine_root = is_machine_root_;
     start.lives_on = in_background_;
     start.has_bus = in_background_ || options_.bus || !options_.network.empty();
     return start;
@@ -233,21 +226,13 @@ Ending Keeper::boot() {
     reset_uptime();
     const pid_t process_1 = start_process_one(start, here.get());
     there.reset();
-    if (has_own_users_) map_users_of(process_1);
-    plug_in(process_1, claim_.info.number, claim_.info.boots);
-    send_message(here.get(), {"go"});
     return accompany(process_1, here.get());
 }
 
 pid_t Keeper::start_process_one(Start &start, int keeper_end) {
-    const int spaces = CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWIPC | CLONE_NEWNET | CLONE_NEWUTS;
     std::fflush(nullptr);
-    long process = syscall(SYS_clone, spaces | (has_own_users_ ? CLONE_NEWUSER : 0) | SIGCHLD, 0, 0, 0, 0);
-    if (process < 0 && is_machine_root_ && has_own_users_) {
-        has_own_users_ = false;
-        process = syscall(SYS_clone, spaces | SIGCHLD, 0, 0, 0, 0);
-    }
-    if (process < 0) throw Failure(exit_no_box, "this machine allows no box: its namespaces are used up or forbidden");
+    const long process = syscall(SYS_clone, CLONE_NEWNS | CLONE_NEWPID | SIGCHLD, 0, 0, 0, 0);
+    if (process < 0) throw Failure(exit_no_box, "this machine allows no box: it gives no process namespace");
     if (process == 0) {
         close(keeper_end);
         be_process_one(start);
@@ -265,7 +250,12 @@ Ending Keeper::accompany(pid_t process_1, int channel) {
         if (waits[0].revents == 0) continue;
         const auto message = receive_message(channel);
         alive = message.has_value();
-        if (alive) hear(*message, ending);
+        if (alive && message->words[0] == "ports") {
+            plug_in(process_1, claim_.info.number, claim_.info.boots);
+            send_message(channel, {"plugged in"});
+        } else if (alive) {
+            hear(*message, ending);
+        }
     }
     while (waitpid(process_1, nullptr, 0) < 0 && errno == EINTR) {}
     return ending;
@@ -273,7 +263,7 @@ Ending Keeper::accompany(pid_t process_1, int channel) {
 
 void Keeper::hear(const Message &message, Ending &ending) {
     const Words &words = message.words;
-    const auto number = [&] { return words.size() > 1 ? std::atoi(words[1].c_str()) : exit_failed; };
+    const auto number = [&] { return words.size() > 1 ? number_in(words[1]) : exit_failed; };
     if (words[0] == "up") {
         claim_.info.state = "up";
         claim_.publish();

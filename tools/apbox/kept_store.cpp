@@ -18,10 +18,17 @@ namespace {
 
 constexpr const char *kept_folders[] = {"cfg", "mnt"};
 
+Descriptor open_in(int folder, const std::string &name, int flags) {
+    return Descriptor(
+        static_cast<int>(must(openat(folder, name.c_str(), flags | O_RDONLY | O_NOFOLLOW | O_CLOEXEC), name)));
+}
+
 std::vector<std::string> names_in(int folder) {
     std::vector<std::string> names;
-    DIR *list = fdopendir(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (list == nullptr) must(-1, "read a folder");
+    Descriptor copy = open_in(folder, ".", O_DIRECTORY);
+    DIR *const list = fdopendir(copy.get());
+    if (list == nullptr) throw Failure(exit_failed, "a folder cannot be read");
+    copy.take();
     while (const dirent *entry = readdir(list)) {
         const std::string name = entry->d_name;
         if (name != "." && name != "..") names.push_back(name);
@@ -33,11 +40,6 @@ std::vector<std::string> names_in(int folder) {
 std::string link_target(int folder, const std::string &name) {
     char target[4096];
     return {target, static_cast<size_t>(must(readlinkat(folder, name.c_str(), target, sizeof target), name))};
-}
-
-Descriptor open_in(int folder, const std::string &name, int flags) {
-    return Descriptor(
-        static_cast<int>(must(openat(folder, name.c_str(), flags | O_RDONLY | O_NOFOLLOW | O_CLOEXEC), name)));
 }
 
 // The way to an open folder, whatever is mounted where it was.
@@ -120,7 +122,6 @@ void KeptStore::load_folder(const fs::path &kept, const fs::path &live, const No
         const Descriptor folder = open_file(live, O_RDONLY | O_DIRECTORY);
         const NodePointer child = look_up(folder.get(), name);
         if (!child) continue;
-        child->has_bytes = true;
         child->homes.push_back({node.get(), name});
         node->names[name] = child;
         if (S_ISDIR(info.st_mode)) load_folder(entry.path(), place, child, linked);
@@ -141,8 +142,7 @@ void KeptStore::sync_below(int folder, Depth depth) {
         struct stat info {};
         if (fstatat(folder, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0 || !holds(info)) continue;
         if (S_ISDIR(info.st_mode)) sync_below(open_in(folder, name, O_DIRECTORY).get(), depth);
-        if (S_ISREG(info.st_mode) && depth == Depth::names_and_bytes)
-            sync_file(open_in(folder, name, 0).get(), info);
+        if (S_ISREG(info.st_mode) && depth == Depth::names_and_bytes) sync_file(open_in(folder, name, 0).get(), info);
     }
     struct stat info {};
     must(fstat(folder, &info), "a folder");
@@ -163,7 +163,6 @@ void KeptStore::sync_file(int fd, const struct stat &info) {
             move_over(new_file_, place_of(*node->homes[i].folder) / node->homes[i].name);
         }
     }
-    node->has_bytes = true;
 }
 
 void KeptStore::sync_folder(int fd, const struct stat &info) {
@@ -232,7 +231,8 @@ bool KeptStore::has_home(const Node &node, const Home &home) {
 
 // A file about to lose its only home may have moved to a folder that was not synced yet.
 void KeptStore::save_bytes(const Home &home, Node &child) {
-    if (S_ISREG(child.mode) && child.homes.size() == 1) child.bytes = read_file(place_of(*home.folder) / home.name);
+    if (!S_ISREG(child.mode) || child.homes.size() != 1) return;
+    child.bytes = read_all(open_file(place_of(*home.folder) / home.name, O_RDONLY).get());
 }
 
 void KeptStore::drop(const Node &folder, const std::string &name, Node &child) {

@@ -1,12 +1,13 @@
 // kept_store.h: what of a box's kept folders survives a power cut.
 //
-// The device works on /cfg and /mnt in memory. Beside them lies the kept copy, a plain folder with the subfolders cfg and
-// mnt, which holds only what was synced: a file's bytes as of its last sync, a folder's names as of the folder's last sync.
+// The device works on /cfg and /mnt in memory. Beside them lies the kept copy, a plain folder with the subfolders cfg
+// and mnt, which holds only what was synced: a file's bytes as of its last sync, a folder's names as of the folder's
+// last sync.
 //   - a synced file whose name was never synced is not there after a power cut;
 //   - a name that was synced without its file's bytes is an empty file;
 //   - a rename, removal or link in a folder that was not synced since is undone.
-// At each start the folders in memory are filled from the kept copy. An orderly end syncs everything. Files in the kept copy
-// are replaced by rename, so that a kill in the middle leaves the old or the new one.
+// At each start the folders in memory are filled from the kept copy. An orderly end syncs everything. Files in the kept
+// copy are replaced by rename, so that a kill in the middle leaves the old or the new one.
 #pragma once
 
 #include <map>
@@ -49,8 +50,7 @@ private:
     // One file, folder or symbolic link, as it was last synced.
     struct Node {
         mode_t mode = 0;
-        bool has_bytes = false;   // of a file: it was synced
-        std::string bytes;        // its bytes while it has no home; of a symbolic link: where it leads
+        std::string bytes;        // its synced bytes while it has no home; of a symbolic link: where it leads
         Names names;              // of a folder
         std::vector<Home> homes;  // a folder has one at most
         fs::path top;             // of a top folder: its place in the kept copy

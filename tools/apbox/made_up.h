@@ -1,8 +1,8 @@
 // made_up.h: folders that show another folder's entries as links and files of our own among them.
 //
-// The kernel's /proc and /sys take no new files, and neither may be written to. So a box shows folders of its own in their
-// place: one link per entry of the real folder, which is mounted elsewhere, and the device's own files beside them. Only
-// the folders on the way to such a file are made up; everything else is the real thing behind one link.
+// The kernel's /proc and /sys take no new files, and neither may be written to. So a box shows folders of its own in
+// their place: one link per entry of the real folder, which is mounted elsewhere, and the device's own files beside
+// them. Only the folders on the way to such a file are made up; everything else is the real thing behind one link.
 #pragma once
 
 #include "tools/apbox/files.h"

@@ -36,6 +36,8 @@ void set_access(const fs::path &where, Access access, bool deep) {
 }
 
 void enter_root(const fs::path &root) {
+    // A mount that was made in another user namespace cannot become the root; a second view of it can.
+    must(mount(root.c_str(), root.c_str(), nullptr, MS_BIND | MS_REC, nullptr), root.string());
     must(chdir(root.c_str()), root.string());
     must(syscall(SYS_pivot_root, ".", "."), "pivot_root");
     must(umount2(".", MNT_DETACH), "leave the old root");

@@ -14,6 +14,7 @@
 #include <net/if.h>
 #include <sched.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include "tools/apbox/failure.h"
 #include "tools/apbox/files.h"
@@ -72,7 +73,8 @@ private:
 
 class Netlink {
 public:
-    Netlink() : socket_(static_cast<int>(must(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE), "netlink"))) {}
+    Netlink()
+        : socket_(static_cast<int>(must(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE), "netlink"))) {}
 
     void send(Request &request, const std::string &what) {
         const std::string &bytes = request.finish();
@@ -81,6 +83,8 @@ public:
         must(recv(socket_.get(), answer, sizeof answer, 0), what);
         nlmsgerr result{};
         std::memcpy(&result, answer + NLMSG_HDRLEN, sizeof result);
+        if (result.error == -EOPNOTSUPP)
+            throw Failure(exit_no_box, "this machine allows no box: its kernel cannot " + what);
         errno = -result.error;
         must(result.error, what);
     }
@@ -100,7 +104,8 @@ ifinfomsg link_of(const std::string &name, bool up = false) {
 
 // Locally administered, the same at each start: 02:41:50, the number, the port.
 std::array<uint8_t, 6> hardware_address(int number, size_t port) {
-    return {0x02, 0x41, 0x50, static_cast<uint8_t>(number >> 8), static_cast<uint8_t>(number), static_cast<uint8_t>(port)};
+    return {
+        0x02, 0x41, 0x50, static_cast<uint8_t>(number >> 8), static_cast<uint8_t>(number), static_cast<uint8_t>(port)};
 }
 
 void add_bridge(Netlink &netlink, const std::string &name) {
@@ -113,7 +118,7 @@ void add_bridge(Netlink &netlink, const std::string &name) {
 struct Cable {
     std::string inside, outside;  // the names of its two ends
     std::array<uint8_t, 6> address;
-    const char *into;             // the switch
+    const char *into;  // the switch
 };
 
 void add_cable(Netlink &netlink, const Cable &cable, pid_t process_1) {
@@ -155,7 +160,8 @@ void add_address(Netlink &netlink, const std::string &name, const LanAddress &ad
 LanAddress lan_address(const std::string &text, int number) {
     in_addr parsed{};
     if (text.empty()) return {0xc0a80000U + static_cast<uint32_t>(number)};
-    if (inet_pton(AF_INET, text.c_str(), &parsed) != 1) throw Failure(exit_usage, "\"" + text + "\" is no IPv4 address");
+    if (inet_pton(AF_INET, text.c_str(), &parsed) != 1)
+        throw Failure(exit_usage, "\"" + text + "\" is no IPv4 address");
     return {ntohl(parsed.s_addr)};
 }
 
@@ -178,7 +184,7 @@ void make_or_join_switches(pid_t member) {
 
 void plug_in(pid_t process_1, int number, int boot) {
     Netlink netlink;
-    const std::string prefix = "b" + std::to_string(number) + "." + std::to_string(boot) + ".";
+    const std::string prefix = "p" + std::to_string(getpid()) + "." + std::to_string(boot % 1000) + ".";
     add_cable(netlink, {lan_port, prefix + "0", hardware_address(number, 0), lan_switch}, process_1);
     for (size_t i = 0; i < std::size(wan_ports); ++i)
         add_cable(netlink, {wan_ports[i], prefix + std::to_string(i + 1), hardware_address(number, i + 1), wan_switch},

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -41,6 +42,14 @@ double checked_factor(const std::string &text) {
     return factor;
 }
 
+int checked_count(const std::string &text) {
+    int count = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
+    if (error != std::errc() || end != text.data() + text.size() || count < 0)
+        throw Failure(exit_usage, "--restarts takes a number, not \"" + text + "\"");
+    return count;
+}
+
 constexpr const char *starting = "run start";
 
 const Option option_table[] = {
@@ -54,6 +63,7 @@ const Option option_table[] = {
     {"--bin", starting, true, [](Options &o, const std::string &v) { o.programs.push_back(absolute(v)); }},
     {"--show", starting, true, [](Options &o, const std::string &v) { o.shown.push_back(absolute(v)); }},
     {"--writable", starting, true, [](Options &o, const std::string &v) { o.writable.push_back(absolute(v)); }},
+    {"--restarts", "run", true, [](Options &o, const std::string &v) { o.restarts = checked_count(v); }},
     {"--bus", starting, false, [](Options &o, const std::string &) { o.bus = true; }},
     {"--json", "list", false, [](Options &o, const std::string &) { o.json = true; }},
     {"--off", "power-cut", false, [](Options &o, const std::string &) { o.off = true; }},
@@ -61,6 +71,7 @@ const Option option_table[] = {
 };
 
 bool has_word(std::string_view words, std::string_view word) {
+    if (word.empty()) return false;
     for (size_t at = 0; at < words.size(); at += word.size()) {
         at = words.find(word, at);
         if (at == std::string_view::npos) return false;
@@ -116,7 +127,8 @@ Options parse_options(int argc, char **argv) {
 }
 
 void print_help() {
-    std::fputs(R"(usage: apbox run [OPTION...] -- COMMAND...        run a command on a device of its own; it ends with the command
+    std::fputs(
+        R"(usage: apbox run [OPTION...] -- COMMAND...        run a command on a device of its own; it ends with the command
        apbox start [NAME] [OPTION...] [-- INIT...]  start a device in the background, with an init script if given
        apbox enter [NAME] -- COMMAND...            run a command on a device that is up
        apbox list [--json]                         the devices that are up
@@ -131,6 +143,7 @@ A device box: the access point's own files, processes, network and flash, apart 
   --keep DIR        keep /cfg, /mnt and flash in DIR beyond the box's end
   --clock FACTOR    let time pass FACTOR times as fast
   --scenario FILE   the surroundings: radios, neighbours, clients
+  --restarts N      of `run`: give up when the command restarts the device more often (1000)
   --bus             start the message bus (always there for `start` and --network)
   --bin DIR         put DIR first on the PATH
   --show DIR        keep DIR visible, read-only      --writable DIR  keep DIR visible and writable
@@ -139,7 +152,7 @@ A device box: the access point's own files, processes, network and flash, apart 
 Without NAME, the only device that is up is meant. Exit status: the command's; 1 failed, 2 wrong use, 77 this machine
 allows no box. In a box, `kill 1` restarts the device and `kill -PWR 1` cuts its power; /apbox/boot counts its starts.
 )",
-               stdout);
+        stdout);
 }
 
 }  // namespace box

@@ -12,6 +12,7 @@ struct Options {
     std::vector<std::string> shown;     // folders of the machine that stay visible, read-only
     std::vector<std::string> writable;  // the same, but the box may write there
     double clock = 1;
+    int restarts = 1000;  // of the device by the command of `run`
     bool bus = false, json = false, off = false, all = false;
     std::vector<std::string> command;  // what stands behind "--"
 };

@@ -45,11 +45,11 @@ public:
         char text[128] = "";
         if (pread(load_.get(), text, sizeof text - 1, 0) <= 0) return;
         const char *last = std::strrchr(text, ' ');  // the fifth word: the last process number given out
-        if (last != nullptr) reach(std::atoi(last) + ahead);
+        if (last != nullptr) reach(number_in(std::string(last + 1, std::strcspn(last + 1, "\n"))) + ahead);
     }
 
 private:
-    static constexpr int first_links = 1024, ahead = 512, step = 512, most = 65536;
+    static constexpr int first_links = 512, ahead = 512, step = 512, most = 65536;
 
     void reach(int number) {
         if (number <= end_ || end_ >= most) return;
@@ -180,7 +180,7 @@ private:
         if (message->words[0] == "stop" || command_ == 0) {
             shut_down(End::ended);
         } else {
-            kill(command_, std::atoi(message->words[1].c_str()));
+            kill(command_, number_in(message->words.back()));
         }
     }
 
@@ -189,8 +189,8 @@ private:
         if (socket.ok()) visitors_.push_back({std::move(socket)});
     }
 
-    // Requests: "enter" FOLDER WORD... with three descriptors; "signal" N; "stop"; "power-cut" "on" or "off".
-    // False when the visitor has gone.
+    // Requests: "enter" FOLDER WORD... with three descriptors; "signal" N; "stop"; "power-cut" "on" or "off". False
+    // when the visitor has gone.
     bool serve_visitor(Visitor &visitor) {
         const auto message = receive_message(visitor.socket.get());
         if (!message) {
@@ -201,7 +201,7 @@ private:
         if (words[0] == "stop") shut_down(End::ended);
         if (words[0] == "power-cut") cut_power(words.size() > 1 && words[1] == "off");
         if (words[0] == "signal" && words.size() == 2 && visitor.process > 0)
-            kill(visitor.process, std::atoi(words[1].c_str()));
+            kill(visitor.process, number_in(words[1]));
         if (words[0] == "enter" && words.size() > 2 && message->descriptors.size() == 3 && end_ == End::none) {
             std::vector<int> streams;
             for (const Descriptor &stream : message->descriptors) streams.push_back(stream.get());
@@ -211,7 +211,9 @@ private:
     }
 
     void serve() {
-        std::vector<pollfd> waits = {{signals_.get(), POLLIN, 0}, {channel_, POLLIN, 0}, {start_.control, POLLIN, 0}};
+        // Whoever comes while the device goes down is served by the next process 1.
+        const int control = end_ == End::none ? start_.control : -1;
+        std::vector<pollfd> waits = {{signals_.get(), POLLIN, 0}, {channel_, POLLIN, 0}, {control, POLLIN, 0}};
         for (const Visitor &visitor : visitors_) waits.push_back({visitor.socket.get(), POLLIN, 0});
         for (const Descriptor &reports : sync_reports_) waits.push_back({reports.get(), POLLIN, 0});
         const size_t visitor_count = visitors_.size();
@@ -227,7 +229,8 @@ private:
     void serve_sync_reports(std::span<const pollfd> waits) {
         auto reports = sync_reports_.begin();
         for (const pollfd &wait : waits) {
-            const bool alive = (wait.revents & POLLIN) != 0 ? answer_sync(wait.fd, store_) : (wait.revents & POLLHUP) == 0;
+            const bool alive =
+                (wait.revents & POLLIN) != 0 ? answer_sync(wait.fd, store_) : (wait.revents & POLLHUP) == 0;
             reports = alive ? std::next(reports) : sync_reports_.erase(reports);
         }
     }
@@ -280,12 +283,15 @@ void set_environment(const Start &start) {
 void be_process_one(Start &start) {
     try {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (!receive_message(start.channel)) _exit(1);  // "go": the keeper has mapped the users and plugged in the ports
         umask(0);
         Descriptor kept = open_file(start.kept, O_RDONLY | O_DIRECTORY);
-        bring_up(start.address);
         build_tree(start.tree);
-        enter_root(start.tree.root);
+        enter_own_spaces(start.tree.root / real_proc.relative_path(), start.is_machine_root);
+        prctl(PR_SET_PDEATHSIG, SIGKILL);  // the kernel forgets it when rights change
+        send_message(start.channel, {"ports"});
+        if (!receive_message(start.channel)) _exit(1);
+        bring_up(start.address);
+        finish_tree(start.tree);
         must(sethostname(start.host_name.c_str(), start.host_name.size()), "host name");
         drop_machine_rights();
         set_environment(start);

@@ -1,12 +1,13 @@
 // process_one.h: process 1 of a box: it builds the device, starts its command, reaps, and answers.
 //
-// It obeys signals (SIGTERM: restart the device; SIGUSR1, SIGUSR2: shut down, as halt and poweroff ask for; SIGPWR: cut the
-// power), messages from the keeper, and requests on the box's control socket. It tells the keeper one of
-//   "up"              the command was started
-//   "failed" S TEXT   the box could not be built; exit status and why
-//   "ended" S         shut down; the command's exit status
-//   "restart"         shut down, to be started again
-//   "power-cut" / "off"  everything was dropped, to be started again or not
+// It obeys signals (SIGTERM: restart the device; SIGUSR1, SIGUSR2: shut down, as halt and poweroff ask for; SIGPWR: cut
+// the power), messages from the keeper, and requests on the box's control socket. It tells the keeper one of
+//   "ports"              its network is there; the ports are to be plugged in, and that answered
+//   "up"                 the command was started
+//   "failed" S TEXT      the box could not be built; exit status and why
+//   "ended" S            shut down; the command's exit status
+//   "restart"            shut down, to be started again
+//   "power-cut", "off"   everything was dropped, to be started again or not
 // and exits, which ends every process of the box.
 #pragma once
 
@@ -23,12 +24,13 @@ namespace box {
 struct Start {
     const Options *options;
     TreeSources tree;
-    fs::path kept;         // the kept copy
+    fs::path kept;                  // the kept copy
     std::string host_name, folder;  // `folder`: where the command starts
     std::string programs;           // the folder of the project's programs
     LanAddress address;
-    int channel, control;  // to the keeper; the listening control socket
+    int channel, control;      // to the keeper; the listening control socket
     sigset_t command_signals;  // the signal mask that commands get
+    bool is_machine_root;      // apbox was called by root
     bool lives_on;             // the box outlives its command
     bool has_bus;              // the message bus is started, before the command
 };

@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "tools/apbox/channel.h"
 #include "tools/apbox/failure.h"
 
 namespace box {
@@ -45,9 +46,9 @@ BoxInfo read_info(const fs::path &folder) {
         const size_t equals = line.find('=');
         if (equals != std::string::npos) values[line.substr(0, equals)] = line.substr(equals + 1);
     }
-    const auto number = [&](const char *key) { return std::atoi(values[key].c_str()); };
-    return {folder.filename(),   values["network"], values["address"], values["keep"],
-            values["state"],     number("keeper"),  number("number"),  number("boots")};
+    const auto number = [&](const char *key) { return number_in(values[key]); };
+    return {folder.filename(), values["network"], values["address"], values["keep"],
+            values["state"],   number("keeper"),  number("number"),  number("boots")};
 }
 
 // Removes the networks on which no box is left.
@@ -78,7 +79,7 @@ fs::path path_of(const Descriptor &folder) { return "/proc/self/fd/" + std::to_s
 
 std::string free_name(const std::vector<BoxInfo> &boxes) {
     for (int i = 1;; ++i) {
-        const std::string name = "ap" + std::to_string(i);
+        std::string name = "ap" + std::to_string(i);
         if (std::ranges::find(boxes, name, &BoxInfo::name) == boxes.end()) return name;
     }
 }

@@ -30,8 +30,8 @@ std::vector<BoxInfo> living_boxes();
 // A box's folder, from the moment that its name is taken to its end.
 class Claim {
 public:
-    // Takes the name (or finds a free one), the network's next number, and the folder of the network's world.
-    // Throws when a living box has the name.
+    // Takes the name (or finds a free one), the network's next number, and the folder of the network's world. Throws
+    // when a living box has the name.
     static Claim take(const std::string &name, const std::string &network, bool in_background);
     Claim(Claim &&) = default;
     ~Claim();
@@ -47,7 +47,8 @@ private:
     void join_network(const std::vector<BoxInfo> &others);
 
     Descriptor lock_;
-    Descriptor root_;  // the state folder as it was reached at first; it stays writable when this process seals its mounts
+    // The state folder as it was reached at first; it stays writable when this process seals its mounts.
+    Descriptor root_;
 };
 
 // The box that `name` means; without a name the only one that is up. Throws when there is no such box.

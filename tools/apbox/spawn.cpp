@@ -22,6 +22,7 @@ void set_up_streams(const std::vector<int> &streams) {
 
 [[noreturn]] void execute(const std::vector<std::string> &command) {
     std::vector<char *> words;
+    words.reserve(command.size() + 1);
     for (const std::string &word : command) words.push_back(const_cast<char *>(word.c_str()));
     words.push_back(nullptr);
     execvp(words[0], words.data());

@@ -97,7 +97,8 @@ bool answer_sync(int reports, KeptStore &store) {
     } else {
         sync_everything(report, store, answer);
     }
-    ioctl(reports, SECCOMP_IOCTL_NOTIF_SEND, &answer);  // fails when the program was killed meanwhile
+    ioctl(reports, SECCOMP_IOCTL_NOTIF_SEND,
+          &answer);  // fails when the program was killed meanwhile
     return true;
 }
 

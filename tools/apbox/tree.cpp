@@ -21,15 +21,16 @@ namespace {
 constexpr struct {
     const char *path, *options;
 } memory_folders[] = {
-    {"/var", "mode=0755,size=64m"},   {"/tmp", "mode=1777,size=256m"},   {"/etc", "mode=0755,size=8m"},
-    {"/run", "mode=0755,size=16m"},   {"/dev/shm", "mode=1777,size=64m"}, {"/cfg", "mode=0755,size=16m"},
+    {"/var", "mode=0755,size=64m"},  {"/tmp", "mode=1777,size=256m"},    {"/etc", "mode=0755,size=8m"},
+    {"/run", "mode=0755,size=16m"},  {"/dev/shm", "mode=1777,size=64m"}, {"/cfg", "mode=0755,size=16m"},
     {"/mnt", "mode=0755,size=128m"},
 };
 
 constexpr const char *empty_folders[] = {
-    "/root",         "/home",         "/lib/modules", "/apbox/flash",   "/apbox/world", "/var/run", "/var/socket",
-    "/var/log",      "/var/lock",     "/cfg/log",     "/etc/wm_config", "/proc",        "/sys",     "/mnt/s_brcmnand",
-    "/webroot/images/push_images",
+    "/root",        "/home",      "/lib/modules",    "/apbox/flash",
+    "/apbox/world", "/apbox/sys", "/var/run",        "/var/socket",
+    "/var/log",     "/var/lock",  "/cfg/log",        "/etc/wm_config",
+    "/proc",        "/sys",       "/mnt/s_brcmnand", "/webroot/images/push_images",
 };
 
 // Files of the machine's /etc that its programs need: which libraries and alternatives there are, protocol names.
@@ -40,38 +41,38 @@ constexpr const char *busybox = "/usr/bin/busybox";
 constexpr const char *device_nodes[] = {"null", "zero", "full", "random", "urandom", "tty"};
 
 // Commands that are busybox's on the device; programs for people elsewhere read or print otherwise.
-constexpr const char *busybox_commands[] = {"sh", "echo", "awk", "route", "ifconfig", "free", "killall", "insmod",
-                                             "reboot", "halt", "poweroff"};
+constexpr const char *busybox_commands[] = {"sh",      "echo",   "awk",    "route", "ifconfig", "free",
+                                            "killall", "insmod", "reboot", "halt",  "poweroff"};
 
 // What a maker edits lies beside the tree; here is where the device has it.
 constexpr struct {
     const char *name, *place;
 } settings_of_device[] = {
-    {"default.cfg", "/webroot_ro/default.cfg"},
-    {"default_url.cfg", "/webroot_ro/default_url.cfg"},
-    {"default_url.cfg", "/webroot/default_url.cfg"},
-    {"factory.cfg", "/webroot_ro/factory.cfg"},
+    {"default.cfg", "/webroot_ro/default.cfg"},      {"default_url.cfg", "/webroot_ro/default_url.cfg"},
+    {"default_url.cfg", "/webroot/default_url.cfg"}, {"factory.cfg", "/webroot_ro/factory.cfg"},
     {"profile.json", "/etc/profile.json"},
 };
 
 // A shell for a busybox that would run its own `ip`: it gives each command a function that calls the real one.
-constexpr const char *shell_with_real_ip = R"(#!/usr/bin/busybox sh
-real_ip='ip() { /usr/sbin/ip "$@"; }'
+constexpr const char *shell_with_real_programs = R"(#!/usr/bin/busybox sh
+real='ip() { /usr/sbin/ip "$@"; }
+sh() { /bin/sh "$@"; }'
 case ${1-} in
 -*c*) options=$1; shift
     [ "$1" = -- ] && shift
     command=$1; shift
-    exec /usr/bin/busybox sh "$options" "$real_ip
+    exec /usr/bin/busybox sh "$options" "$real
 $command" "$@" ;;
 -* | '') exec /usr/bin/busybox sh "$@" ;;
-*) exec /usr/bin/busybox sh -c "$real_ip
+*) exec /usr/bin/busybox sh -c "$real
 . \"\$0\"" "$@" ;;
 esac
 )";
 
 fs::path in(const fs::path &root, const fs::path &path) { return root / path.relative_path(); }
 
-// /bin, /sbin and /lib are folders of the box with a link per entry of the machine's; so some entries can be the device's.
+// /bin, /sbin and /lib are folders of the box with a link per entry of the machine's; so some entries can be the
+// device's.
 void link_system_folders(const fs::path &root) {
     for (const char *name : {"/bin", "/sbin", "/lib"}) {
         const fs::path machine = fs::canonical(name);
@@ -94,7 +95,7 @@ void add_busybox(const TreeSources &sources) {
     for (const char *folder : {"/bin", "/sbin"}) {
         const fs::path shell = in(sources.root, folder) / "sh";
         unlink(shell.c_str());
-        write_file(shell, shell_with_real_ip, 0755);
+        write_file(shell, shell_with_real_programs, 0755);
     }
 }
 
@@ -105,11 +106,10 @@ void add_devices(const fs::path &root) {
     if (mount("devpts", (root / "dev/pts").c_str(), "devpts", MS_NOSUID | MS_NOEXEC,
               "newinstance,ptmxmode=0666,mode=0620") == 0)
         link_to("pts/ptmx", root / "dev/ptmx");
-    make_folder(root / "dev/mqueue");
-    mount("mqueue", (root / "dev/mqueue").c_str(), "mqueue", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr);
     const char *standard[] = {"stdin", "stdout", "stderr"};
     for (int i = 0; i < 3; ++i) link_to("/proc/self/fd/" + std::to_string(i), root / "dev" / standard[i]);
     link_to("/proc/self/fd", root / "dev/fd");
+    make_folder(root / "dev/mqueue");
 }
 
 // Everything of the real /proc that can be written to and is no process is the machine's: read-only.
@@ -124,31 +124,32 @@ void protect_machine_settings(const fs::path &proc) {
     }
 }
 
-void mount_kernel_folders(const fs::path &root) {
-    const fs::path proc = in(root, real_proc), sys = in(root, real_sys);
+constexpr const char *hidden_proc =
+    "this machine allows no box: /proc is partly hidden in this container; --privileged shows it whole";
+
+void mount_proc(const fs::path &root) {
+    const fs::path proc = in(root, real_proc);
     make_folder(proc);
     if (mount("proc", proc.c_str(), "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) != 0)
-        throw Failure(exit_no_box, "this machine allows no box: /proc is partly hidden in this container; --privileged "
-                                   "shows it whole");
+        throw Failure(exit_no_box, hidden_proc);
     protect_machine_settings(proc);
-    make_folder(sys);
-    if (mount("sysfs", sys.c_str(), "sysfs", MS_NOSUID | MS_NODEV | MS_NOEXEC | MS_RDONLY, nullptr) != 0)
-        rmdir(sys.c_str());  // a container that hides it: /sys then holds the device's files only
 }
 
-// The made-up /proc and /sys: the real ones behind links, and the device's own files.
-void make_up_kernel_folders(const TreeSources &sources) {
-    const fs::path &root = sources.root;
-    mount_tmpfs(root / "proc", "mode=0755,size=16m");
-    mount_tmpfs(root / "sys", "mode=0755,size=4m");
-    MadeUpFolder proc(in(root, real_proc), root / "proc", real_proc), sys(in(root, real_sys), root / "sys", real_sys);
-    proc.open_up("net");  // for /proc/net/km_online_ip, which only some devices have
-    proc.add_files(sources.device / "tree/proc");
-    sys.add_files(sources.device / "tree/sys");
-    for (const fs::path &extra : sources.extra) {
-        proc.add_files(extra / "proc");
-        sys.add_files(extra / "sys");
-    }
+// Shows the folder `name`: the real one behind links, and the device's own files. `also` is made up too.
+void make_up(const TreeSources &sources, const std::string &name, const fs::path &real, const fs::path &also) {
+    MadeUpFolder folder(in(sources.root, real), sources.root / name, real);
+    if (!also.empty()) folder.open_up(also);
+    folder.add_files(sources.device / "tree" / name);
+    for (const fs::path &extra : sources.extra) folder.add_files(extra / name);
+}
+
+// A container may hide sysfs; /sys then holds the device's files only.
+void mount_sys(const TreeSources &sources) {
+    const fs::path sys = in(sources.root, real_sys);
+    if (mount("sysfs", sys.c_str(), "sysfs", MS_NOSUID | MS_NODEV | MS_NOEXEC | MS_RDONLY, nullptr) != 0)
+        rmdir(sys.c_str());
+    mount_tmpfs(sources.root / "sys", "mode=0755,size=4m");
+    make_up(sources, "sys", real_sys, {});
 }
 
 // Copies the device's files, but for those that need a made-up folder.
@@ -189,7 +190,8 @@ void add_marks(const TreeSources &sources) {
 }  // namespace
 
 Busybox look_at_busybox() {
-    if (access(busybox, X_OK) != 0) throw Failure(exit_failed, "busybox is missing; `apt-get install busybox` brings it");
+    if (access(busybox, X_OK) != 0)
+        throw Failure(exit_failed, "busybox is missing; `apt-get install busybox` brings it");
     const std::string program = busybox, command = program + " sh -c 'type ip; " + program + " --list' 2>/dev/null";
     FILE *output = popen(command.c_str(), "r");
     if (output == nullptr) must(-1, busybox);
@@ -222,8 +224,17 @@ void build_tree(const TreeSources &sources) {
     for (const fs::path &extra : sources.extra) copy_device_files(extra, root);
     for (const fs::path &folder : sources.shown) show(folder, root);
     add_marks(sources);
-    mount_kernel_folders(root);
-    make_up_kernel_folders(sources);
+    mount_proc(root);
+    mount_tmpfs(root / "proc", "mode=0755,size=64m");
+    make_up(sources, "proc", real_proc, "net");  // in /proc/net some devices have a file of their own
+}
+
+void finish_tree(const TreeSources &sources) {
+    const fs::path queues = sources.root / "dev/mqueue";
+    // A kernel may have none.
+    mount("mqueue", queues.c_str(), "mqueue", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr);
+    mount_sys(sources);
+    enter_root(sources.root);
 }
 
 }  // namespace box

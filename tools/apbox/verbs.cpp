@@ -63,14 +63,13 @@ int start(const Options &options) {
     there.reset();
     const auto message = receive_message(here.get());
     if (!message) throw Failure(exit_failed, "the box did not start");
-    if (message->words[0] == "failed") throw Failure(std::atoi(message->words[1].c_str()), message->words[2]);
+    if (message->words[0] == "failed") throw Failure(number_in(message->words[1]), message->words[2]);
     std::puts(message->words[1].c_str());
     return exit_ok;
 }
 
 Descriptor call(const BoxInfo &box) {
-    Descriptor socket(
-        static_cast<int>(must(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0), "control socket")));
+    Descriptor socket(static_cast<int>(must(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0), "control socket")));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     const std::string path = box_folder(box.name) / "control";
@@ -102,7 +101,7 @@ int enter(const Options &options) {
             send_message(socket.get(), {"signal", std::to_string(info.ssi_signo)});
         if (waits[0].revents == 0) continue;
         const auto answer = receive_message(socket.get());
-        return answer ? std::atoi(answer->words.back().c_str()) : 128 + SIGKILL;  // the box went down under it
+        return answer ? number_in(answer->words.back()) : 128 + SIGKILL;  // the box went down under it
     }
 }
 
@@ -116,7 +115,8 @@ int stop(const Options &options) {
     }
     for (const BoxInfo &box : boxes) send_message(call(box).get(), {"stop"});
     for (const BoxInfo &box : boxes)
-        if (!wait_until_gone(box.name, stop_timeout_ms)) throw Failure(exit_failed, "box " + box.name + " does not end");
+        if (!wait_until_gone(box.name, stop_timeout_ms))
+            throw Failure(exit_failed, "box " + box.name + " does not end");
     return exit_ok;
 }
 
@@ -151,7 +151,8 @@ void print_json(const std::vector<BoxInfo> &boxes) {
         text += text.empty() ? "\n  {" : ",\n  {";
         text += "\"name\": " + json_text(box.name) + ", \"network\": " + json_text(box.network);
         text += ", \"address\": " + json_text(box.address) + ", \"state\": " + json_text(box.state);
-        text += ", \"boots\": " + std::to_string(box.boots) + ", \"keep\": " + json_text(box.keep) + "}";
+        text += ", \"boots\": " + std::to_string(box.boots) + ", \"keep\": " + json_text(box.keep);
+        text += ", \"console\": " + json_text(box_folder(box.name) / "console") + "}";
     }
     std::printf("[%s%s]\n", text.c_str(), text.empty() ? "" : "\n");
 }
@@ -163,9 +164,11 @@ int list(const Options &options) {
         return exit_ok;
     }
     std::printf("%-16s %-12s %-15s %-9s %-5s %s\n", "NAME", "NETWORK", "ADDRESS", "STATE", "BOOTS", "KEPT IN");
-    for (const BoxInfo &box : boxes)
-        std::printf("%-16s %-12s %-15s %-9s %-5d %s\n", box.name.c_str(), box.network.empty() ? "-" : box.network.c_str(),
-                    box.address.c_str(), box.state.c_str(), box.boots, box.keep.empty() ? "-" : box.keep.c_str());
+    for (const BoxInfo &box : boxes) {
+        const std::string network = box.network.empty() ? "-" : box.network, keep = box.keep.empty() ? "-" : box.keep;
+        std::printf("%-16s %-12s %-15s %-9s %-5d %s\n", box.name.c_str(), network.c_str(), box.address.c_str(),
+                    box.state.c_str(), box.boots, keep.c_str());
+    }
     return exit_ok;
 }
 
@@ -177,9 +180,9 @@ int help(const Options &) {
 constexpr struct {
     const char *name;
     int (*run)(const Options &options);
-} verb_table[] = {{"run", run},   {"start", start},         {"enter", enter}, {"stop", stop},
-                  {"list", list}, {"power-cut", power_cut}, {"help", help},   {"--help", help},
-                  {"-h", help}};
+} verb_table[] = {{"run", run},   {"start", start}, {"enter", enter},
+                  {"stop", stop}, {"list", list},   {"power-cut", power_cut},
+                  {"help", help}, {"--help", help}, {"-h", help}};
 
 }  // namespace
 

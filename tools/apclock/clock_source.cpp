@@ -11,7 +11,7 @@
 
 #include "tools/apclock/control.h"
 
-namespace [[gnu::visibility("hidden")]] apclock {
+namespace apclock {
 
 namespace {
 
@@ -21,8 +21,9 @@ constexpr uint32_t most_waits = 4096;
 struct State {
     uint32_t mode = 0;
     double factor = 1;
-    int64_t start_ns = 0;                         // scaled: the calendar time from which time runs faster
-    int64_t calendar_ns = 0, monotonic_ns = 0;    // driven: where the clocks stood when they were taken over
+    int64_t start_ns = 0;  // scaled: the calendar time from which time runs faster
+    int64_t calendar_ns = 0,
+            monotonic_ns = 0;  // driven: where the clocks stood when they were taken over
     int64_t elapsed_ns = 0;
     uint32_t wait_count = 0;
     int64_t waits_ns[most_waits] = {};
@@ -175,6 +176,6 @@ int64_t apclock_elapsed(void) {
 uint32_t apclock_waits(int64_t *durations_ns, uint32_t room) {
     const Guard guard;
     const uint32_t count = state.wait_count < room ? state.wait_count : room;
-    std::memcpy(durations_ns, state.waits_ns, count * sizeof *durations_ns);
+    if (count > 0) std::memcpy(durations_ns, state.waits_ns, count * sizeof *durations_ns);
     return state.wait_count;
 }

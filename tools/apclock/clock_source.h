@@ -11,7 +11,9 @@
 #include <dlfcn.h>
 #include <stdint.h>
 
-namespace [[gnu::visibility("hidden")]] apclock {
+#pragma GCC visibility push(hidden)
+
+namespace apclock {
 
 constexpr int64_t ns_per_s = 1'000'000'000, ns_per_ms = 1'000'000, ns_per_us = 1'000;
 
@@ -40,11 +42,14 @@ void pass(int64_t duration_ns);
 constexpr int64_t grace_ns = 10 * ns_per_ms;
 
 inline int64_t to_ns(const timespec &time) { return int64_t{time.tv_sec} * ns_per_s + time.tv_nsec; }
-inline int64_t to_ns(const timeval &time) { return int64_t{time.tv_sec} * ns_per_s + int64_t{time.tv_usec} * ns_per_us; }
+inline int64_t to_ns(const timeval &time) {
+    return int64_t{time.tv_sec} * ns_per_s + int64_t{time.tv_usec} * ns_per_us;
+}
 timespec to_timespec(int64_t ns);
 timeval to_timeval(int64_t ns);
 
-// The function of this name behind this library: the C library's, or that of another library that stands in front of it.
+// The function of this name behind this library: the C library's, or that of another library that stands in front of
+// it.
 void *next_function(const char *name);
 
 template <typename Function> Function *next(const char *name, Function *) {
@@ -52,6 +57,8 @@ template <typename Function> Function *next(const char *name, Function *) {
 }
 
 }  // namespace apclock
+
+#pragma GCC visibility pop
 
 // The real function of the same name and type, found once.
 #define APCLOCK_REAL(name)                                                                                             \

@@ -18,7 +18,8 @@ namespace {
 
 using namespace apclock;
 
-// Sleeps as long as the program means; what was left when a signal came, 0 otherwise, -1 with errno set for bad arguments.
+// Sleeps as long as the program means; what was left when a signal came, 0 otherwise, -1 with errno set for bad
+// arguments.
 int64_t sleep_for(int64_t duration_ns) {
     APCLOCK_REAL(nanosleep);
     if (mode() == Mode::driven) {
@@ -173,13 +174,17 @@ int pthread_cond_clockwait(pthread_cond_t *__restrict condition, pthread_mutex_t
     });
 }
 
-int sem_timedwait(sem_t *__restrict semaphore, const timespec *__restrict limit) {
-    APCLOCK_REAL(sem_timedwait);
-    const int error = wait_until(CLOCK_REALTIME, limit, [&](const timespec *real_limit) {
-        return real_sem_timedwait(semaphore, real_limit) == 0 ? 0 : errno;
+int sem_clockwait(sem_t *__restrict semaphore, clockid_t clock, const timespec *__restrict limit) {
+    APCLOCK_REAL(sem_clockwait);
+    const int error = wait_until(clock, limit, [&](const timespec *real_limit) {
+        return real_sem_clockwait(semaphore, clock, real_limit) == 0 ? 0 : errno;
     });
     if (error != 0) errno = error;
     return error == 0 ? 0 : -1;
+}
+
+int sem_timedwait(sem_t *__restrict semaphore, const timespec *__restrict limit) {
+    return sem_clockwait(semaphore, CLOCK_REALTIME, limit);
 }
 
 }  // extern "C"

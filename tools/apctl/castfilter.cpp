@@ -10,12 +10,11 @@ namespace {
 
 using namespace apctl;
 
-constexpr char help[] =
-    "usage: apctl castfilter on VALUE | off | clear\n\n"
-    "on     turns the filter on and sets its value.\n"
-    "off    turns it off.\n"
-    "clear  empties it.\n"
-    "A device that does not open is waited for, three seconds in all.\n";
+constexpr char help[] = "usage: apctl castfilter on VALUE | off | clear\n\n"
+                        "on     turns the filter on and sets its value.\n"
+                        "off    turns it off.\n"
+                        "clear  empties it.\n"
+                        "A device that does not open is waited for, three seconds in all.\n";
 
 int report(int result) {
     if (result == 0) return exit_ok;

@@ -24,7 +24,8 @@ int run_identify(const Words &given) {
     LibraryLines lines;
     const int result = (from_service ? get_os_info_by_user_info : ap_client_identify_get_os_info)(words[0].c_str(), os);
     lines.show();
-    if (result != 0) return std::fputs("apctl identify: the client's system could not be looked up\n", stderr), exit_failed;
+    if (result != 0)
+        return std::fputs("apctl identify: the client's system could not be looked up\n", stderr), exit_failed;
     if (json) {
         const ap::UniqueJson document(cJSON_CreateObject());
         add_text(document.get(), "mac", words[0]);

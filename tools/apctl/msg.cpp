@@ -187,6 +187,7 @@ int run_msg(const Words &words) {
     return verb == "listen" ? listen_at(address, options) : send_message(verb, address, options);
 }
 
-const apctl::Verb verb{"msg", "send a message to a daemon, ask it, or listen as one", help, run_msg, apctl::Where::anywhere};
+const apctl::Verb verb{"msg", "send a message to a daemon, ask it, or listen as one", help, run_msg,
+                       apctl::Where::anywhere};
 
 }  // namespace

@@ -60,7 +60,9 @@ bool ask(const Words &words, std::vector<std::string> &lines) {
     lines = split(answer, '\n');
     const bool is_ok = !lines.empty() && lines.front() == "ok";
     if (is_ok) return lines.erase(lines.begin()), true;
-    const std::string reason = lines.empty() ? "the portal daemon does not answer" : lines.size() > 1 ? lines[1] : "refused";
+    const std::string reason = lines.empty()      ? "the portal daemon does not answer"
+                               : lines.size() > 1 ? lines[1]
+                                                  : "refused";
     std::fprintf(stderr, "apctl portal: %s\n", reason.c_str());
     return false;
 }
@@ -71,7 +73,8 @@ void print_rows_json(const std::vector<Row> &rows) {
         cJSON *item = cJSON_CreateObject();
         for (size_t column = 0; column < std::min(rows[0].size(), rows[i].size()); ++column) {
             std::string name = rows[0][column];
-            std::ranges::transform(name, name.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+            std::ranges::transform(name, name.begin(),
+                                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
             add_text(item, name.c_str(), rows[i][column]);
         }
         cJSON_AddItemToArray(document.get(), item);
@@ -96,7 +99,8 @@ int run_portal(const Words &given) {
     const bool json = take_flag(words, "--json");
     if (words.empty()) return usage_error("portal", "it takes a command");
     for (const auto &word : words)
-        if (word.find_first_of("\t\n") != std::string::npos) return usage_error("portal", "no word holds a tab or line end");
+        if (word.find_first_of("\t\n") != std::string::npos)
+            return usage_error("portal", "no word holds a tab or line end");
     const bool is_table = words.size() == 1 && (words[0] == "users" || words[0] == "clients" || words[0] == "lists");
     if (is_table) return show_table(words[0], json);
     if (json) return usage_error("portal", "--json goes with users, clients and lists");

@@ -1,5 +1,6 @@
 # count.awk: reads `ctest -V`, prints a line per test program (and all it said when it failed), and writes records.
-# Variables: suite, its name; records, the file to add to (see suites.sh).
+# Variables: suite, its name; records, the file to add to (see suites.sh); kept, the file of what was read.
+# Of a program that says more than 20,000 lines, the rest is counted but not kept.
 #
 # Of each program's output, marked "NUMBER: " in front, it counts GoogleTest's own lines. ctest's verdict, the line
 # "K/ALL Test #NUMBER: NAME ... Passed", decides: a program that ends badly after its last case has failed too.
@@ -7,7 +8,10 @@
 match($0, /^[0-9]+: /) {
     number = substr($0, 1, RLENGTH - 2)
     line = substr($0, RLENGTH + 1)
-    output[number] = output[number] line "\n"
+    if (++lines[number] <= 20000) {
+        output[number] = output[number] line "\n"
+        print > kept
+    }
     if (line ~ /^\[       OK \]/) ++passed[number]
     else if (line ~ /^\[  FAILED  \].*ms\)$/) ++failed[number]
     else if (line ~ /^\[  PASSED  \] [0-9]+ test/) passed[number] = total_of(line)
@@ -19,6 +23,8 @@ match($0, /^[0-9]+: /) {
     if (line != "") last[number] = line
     next
 }
+
+{ print > kept }
 
 match($0, /^ *[0-9]+\/[0-9]+ Test +#[0-9]+: /) {
     verdict = substr($0, RLENGTH + 1)

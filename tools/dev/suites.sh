@@ -70,8 +70,8 @@ programs_of() {
     programs_filter=$(echo "$*" | tr ' ' '|')
     step "test $programs_preset"
     ctest --test-dir "$AP_BUILD/$programs_preset" -V -j "$(processors)" ${programs_filter:+-R "$programs_filter"} 2>&1 |
-        tee "$results/$programs_preset.log" |
-        LC_ALL=C live_awk -v suite="$programs_preset" -v records="$results/$suite.records" -f tools/dev/count.awk
+        LC_ALL=C live_awk -v suite="$programs_preset" -v records="$results/$suite.records" \
+            -v kept="$results/$programs_preset.log" -f tools/dev/count.awk
 }
 
 # A few seconds of each fuzz target; a finding stays in build/fuzz/findings.

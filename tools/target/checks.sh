@@ -49,12 +49,19 @@ if command -v cfm >/dev/null; then
     check "the committed file is there" test -s /cfg
 fi
 
+# Each test program finds the device as it is after a start: fresh files in memory, and shared memory of its own.
+fresh='for folder in /tmp /var /etc /cfg /mnt; do mount -t tmpfs none "$folder"; done
+    mkdir -p /var/run /var/socket /var/log /etc/wm_config /mnt/s_brcmnand
+    cp /save/* /etc/
+    exec timeout 300 "$0"'
+mkdir -p /save
+cp /etc/passwd /etc/hosts /save/
 for program in /tests/*_test; do
     [ -x "$program" ] || continue
     name=${program##*/}
-    timeout 300 "$program" >/tmp/output 2>&1
+    unshare -m -i sh -c "$fresh" "$program" >/dev/shm/output 2>&1
     status=$?
-    [ "$status" -eq 0 ] || tail -n 40 /tmp/output
-    result "$status" "$name, $(sed -n 's/^\[  PASSED  \] //p' /tmp/output)"
+    [ "$status" -eq 0 ] || tail -n 40 /dev/shm/output
+    result "$status" "$name, $(sed -n 's/^\[  PASSED  \] //p' /dev/shm/output)"
 done
 exit $((failures > 0))
