@@ -11,6 +11,7 @@
 #include "apsupport/rfo.h"
 #include "apsupport/wireless.h"
 #include "foundation/byte_order.h"
+#include "foundation/text.h"
 #include "rfo/log.h"
 #include "rfo/radio.h"
 
@@ -44,8 +45,11 @@ constexpr SsidKind ssid_kinds[] = {{band_24g, 3}, {band_5g, 5}};
 // Without 11k the list begins with a semicolon.
 int store_protocol_list(uint8_t protocols) {
     char list[sizeof "11k;11v;11r"] = {};
-    for (const auto &protocol : roaming_protocols)
-        if ((protocols & protocol.bit) != 0) std::strcat(list, protocol.name);
+    size_t length = 0;
+    for (const auto &protocol : roaming_protocols) {
+        if ((protocols & protocol.bit) == 0) continue;
+        length += copy_text(list + length, sizeof list - length, protocol.name);
+    }
     return prod_cfm_set_val("kvr_enable_str", list);
 }
 

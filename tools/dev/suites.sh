@@ -45,22 +45,35 @@ suite_host() { need build test bench && suite_of_preset host "$@"; }
 suite_asan() { need build test && suite_of_preset asan "$@"; }
 suite_tsan() { need build test && suite_of_preset tsan "$@"; }
 suite_mipsel() {
-    build_target || { record "failed 1 mipsel: it does not build"; return 0; }
+    build_target "$@" || { record "failed 1 mipsel: it does not build"; return 0; }
     programs_of mipsel "$@"
 }
 
 suite_of_preset() {
-    build "$1" || { record "failed 1 $1: it does not build"; return 0; }
+    build "$1" $(targets_of "$@") || { record "failed 1 $1: it does not build"; return 0; }
     programs_of "$@"
 }
 
-# The emulated tests start in boxes of this machine's own build.
+# What the tests whose name matches need: targets_of PRESET [NAME...]. Nothing, which builds all, without a name.
+targets_of() {
+    targets_preset=$1
+    shift
+    [ $# -gt 0 ] || return 0
+    echo tools/all
+    for targets_file in tests/*_test.cpp fuzz/*_fuzz.cpp; do
+        targets_name=${targets_file##*/}
+        case $targets_preset,$targets_name in tsan,*_threads_test.cpp) ;; tsan,*) continue ;; esac
+        if echo "${targets_name%.cpp}" | grep -qE "$(echo "$*" | tr ' ' '|')"; then echo "${targets_name%.cpp}"; fi
+    done
+}
+
+# The emulated tests start in boxes of this machine's own build: build_target [NAME...].
 build_target() {
     need build test target bench
     mkdir -p "$AP_BUILD/target"
     step "the device's sysroot"
     flock "$AP_BUILD/target.lock" tools/target/sysroot "$AP_BUILD/target" $(packages_of sysroot) || return 1
-    build host apbox && build mipsel
+    build host apbox && build mipsel $(targets_of mipsel "$@")
 }
 
 # Runs the test programs and test scripts of a build: programs_of PRESET [NAME...].
