@@ -140,7 +140,8 @@ Answer page_of(const std::string &heading, const Words &rows, const Words &words
     uint64_t seen = 0;
     if (!words.empty() && !read_number(words[0], seen)) return {false, "a table takes the rows that were seen"};
     std::string text = heading;
-    for (size_t i = seen; i < std::min<size_t>(rows.size(), seen + page_size); ++i) text += "\n" + rows[i];
+    const auto first = static_cast<size_t>(std::min<uint64_t>(seen, rows.size()));
+    for (size_t i = first; i < std::min<size_t>(rows.size(), first + page_size); ++i) text += "\n" + rows[i];
     return {true, text};
 }
 

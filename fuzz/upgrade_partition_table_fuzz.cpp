@@ -5,8 +5,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <string>
 #include <strings.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 #include <vector>
 
 #include "applatform/config_store.h"
@@ -75,7 +78,8 @@ extern "C" FILE *fopen64(const char *path, const char *mode) {
 }
 extern "C" FILE *popen(const char *, const char *) { return real_fopen(table.c_str(), "r"); }
 extern "C" int pclose(FILE *stream) { return std::fclose(stream); }
-extern "C" ssize_t readlink(const char *, char *out, size_t size) noexcept {
+extern "C" ssize_t readlink(const char *path, char *out, size_t size) noexcept {
+    if (std::strcmp(path, "/dev/root") != 0) return syscall(SYS_readlinkat, AT_FDCWD, path, out, size);
     return std::snprintf(out, size, "mtdblock%d", root);
 }
 extern "C" int GetValue(const char *, char *) { return 0; }

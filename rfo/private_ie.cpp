@@ -50,7 +50,9 @@ template <size_t N> bool collect_os_names(char (&joined)[N]) {
         if (!find_working_interface(band, working) || wifi_get_osifname(working.name, os_name) != 0) continue;
         const size_t length = std::strlen(joined), name_length = strnlen(os_name, sizeof os_name);
         if (name_length == 0 || length + 1 + name_length >= N) continue;
-        std::snprintf(joined + length, N - length, "%s%s", length == 0 ? "" : ",", os_name);
+        const char *separator = length == 0 ? "" : ",";
+        copy_text(joined + length, N - length, separator);
+        copy_text(joined + length + std::strlen(separator), N - length - 1, {os_name, name_length});
     }
     return joined[0] != '\0';
 }

@@ -166,7 +166,7 @@ int errors(Words words) {
     std::ifstream file(path);
     if (!file) return fail("there is no \"" + path + "\"");
 
-    const size_t most = std::strtoull(last.c_str(), nullptr, 10);
+    const size_t most = std::strtoul(last.c_str(), nullptr, 10);
     std::deque<std::string> lines;
     for (std::string line; std::getline(file, line);) {
         lines.push_back(line);
