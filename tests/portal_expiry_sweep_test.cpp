@@ -15,7 +15,7 @@ int64_t later() { return now_s += 100'000; }
 
 std::string date_of(int64_t seconds) {
     char text[32];
-    const time_t time_s = seconds;
+    const auto time_s = static_cast<time_t>(seconds);
     struct tm local;
     std::strftime(text, sizeof text, "%Y-%m-%d %H:%M", localtime_r(&time_s, &local));
     return text;

@@ -14,16 +14,17 @@
 namespace bench {
 
 struct Comparison {
-    const char *what;            // printed
-    const char *ours, *peer;     // names of two benchmarks of this program, with their arguments ("Read/64")
-    double aim;                  // the ratio that we want to stay at or below; 0: reported without an aim
+    const char *what;         // printed
+    const char *ours, *peer;  // names of two benchmarks of this program, with their arguments ("Read/64")
+    double aim;               // the ratio that we want to stay at or below; 0: reported without an aim
 };
 
 class TimeCollector : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run> &runs) override {
         for (const auto &run : runs)
-            if (!run.error_occurred && run.run_type == Run::RT_Iteration) keep_fastest(run.run_name.str(), run.GetAdjustedRealTime());
+            if (!run.error_occurred && run.run_type == Run::RT_Iteration)
+                keep_fastest(run.run_name.str(), run.GetAdjustedRealTime());
         ConsoleReporter::ReportRuns(runs);
     }
     double time_of(const std::string &name) const {

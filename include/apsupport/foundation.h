@@ -19,11 +19,11 @@
 #ifndef APSUPPORT_FOUNDATION_H
 #define APSUPPORT_FOUNDATION_H
 
+#include <cjson/cJSON.h>
 #include <pthread.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <time.h>
-#include <cjson/cJSON.h>
 
 #ifdef __GNUC__
 #define AP_PRINTF_LIKE(format_at, arguments_at) __attribute__((format(printf, format_at, arguments_at)))
@@ -97,14 +97,14 @@ int __wrap_SetValue(const char *key, const char *value);
  */
 
 struct dbg_slot {
-    char     name[32];              /* 0: at most 31 characters */
-    uint32_t word;                  /* 32: bit 0 the slot is in use, bits 1 to 31 the level */
-};                                  /* 36 bytes */
+    char name[32]; /* 0: at most 31 characters */
+    uint32_t word; /* 32: bit 0 the slot is in use, bits 1 to 31 the level */
+};                 /* 36 bytes */
 struct dbg_info {
-    uint16_t name_width;            /* 0: length of the longest name ever added */
-    uint16_t count;                 /* 2: slots in use */
-    struct dbg_slot slots[100];     /* 4 */
-};                                  /* 3604 bytes */
+    uint16_t name_width;        /* 0: length of the longest name ever added */
+    uint16_t count;             /* 2: slots in use */
+    struct dbg_slot slots[100]; /* 4 */
+};                              /* 3604 bytes */
 
 /* Held while `prod_debug` writes a line, so that lines of one process stay whole. Default attributes. */
 extern pthread_mutex_t debug_mutex;
@@ -317,10 +317,10 @@ const char *cJSON_GetObjectIpValue(const cJSON *object, const char *key, const c
  */
 
 struct aes_context {
-    uint32_t rounds;                /* 0: 10, 12 or 14; anything else: no key */
-    uint32_t encrypt_keys[60];      /* 4: room for the largest key schedule */
-    uint32_t decrypt_keys[60];      /* 244 */
-};                                  /* 484 bytes */
+    uint32_t rounds;           /* 0: 10, 12 or 14; anything else: no key */
+    uint32_t encrypt_keys[60]; /* 4: room for the largest key schedule */
+    uint32_t decrypt_keys[60]; /* 244 */
+};                             /* 484 bytes */
 
 /* Expands a key of 128, 192 or 256 bits for both directions; any other size leaves a context without a key, whose blocks
    are all zeros. Nothing needs to be released; a key is wiped by whoever keeps the context. */

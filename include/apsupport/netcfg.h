@@ -38,7 +38,8 @@ void check_change_lanip_handle(const char *new_ip, const char *new_mask, const c
    stands in it. A new address moves the range and, for pool 1, the static leases; a new mask makes the range all of the
    network but its first and last address. An end that would be the device's address steps inwards by one. Run it once a
    pool after `check_change_lanip_handle`. */
-void check_lanip_change_sync_dhcps(in_addr_t new_ip, in_addr_t new_mask, in_addr_t old_ip, in_addr_t old_mask, unsigned int pool);
+void check_lanip_change_sync_dhcps(in_addr_t new_ip, in_addr_t new_mask, in_addr_t old_ip, in_addr_t old_mask,
+                                   unsigned int pool);
 
 /* Writes the address whose network part is that of `ip`/`mask` and whose host part is `hostid` (host byte order; joined by
    bitwise or). 0; or -1, `out` unchanged, when an argument is null or no address. */
@@ -69,11 +70,11 @@ void sys_change_dhcps_cfglist(void);
 /* ---- address conflicts -------------------------------------------------------------------------------------------- */
 
 struct conflict_record {
-    int32_t  type;                  /* 0: 0 LAN, 1 portal, 2 guest network, 3 PPPoE server, 4 VLAN, 5 PPTP, 6 L2TP server */
-    char     ip[16];                /* 4 */
-    char     mask[16];              /* 20 */
-    char     tag[64];               /* 36: of a VLAN its number in the list, else empty */
-};                                  /* 100 bytes */
+    int32_t type;  /* 0: 0 LAN, 1 portal, 2 guest network, 3 PPPoE server, 4 VLAN, 5 PPTP, 6 L2TP server */
+    char ip[16];   /* 4 */
+    char mask[16]; /* 20 */
+    char tag[64];  /* 36: of a VLAN its number in the list, else empty */
+};                 /* 100 bytes */
 
 /* Asks whether the subnet of `ip`/`mask` overlaps one that the device serves. 0: no; 1: yes, the first such subnet is
    copied into `conflict` and `new_ip` receives a free address to use instead; 2: an argument is null. When the platform
@@ -90,13 +91,13 @@ int check_conflict_with_ip_set(const char *ip, const char *mask, const struct co
 
 /* ---- WAN status and address files --------------------------------------------------------------------------------- */
 
-struct ip_info {                    /* dotted texts */
-    char     ip[16];                /* 0 */
-    char     mask[16];              /* 16 */
-    char     gateway[16];           /* 32 */
-    char     dns1[16];              /* 48 */
-    char     dns2[16];              /* 64 */
-};                                  /* 80 bytes */
+struct ip_info {      /* dotted texts */
+    char ip[16];      /* 0 */
+    char mask[16];    /* 16 */
+    char gateway[16]; /* 32 */
+    char dns1[16];    /* 48 */
+    char dns2[16];    /* 64 */
+};                    /* 80 bytes */
 
 /* The address files of WAN 1 to 4, and a second set. */
 extern const char g_wan_ip_info[4][16];
@@ -132,22 +133,22 @@ int sysytem_get_route_wan_info(int wan, char *type_name, struct ip_info *info);
 /* ---- system tables ------------------------------------------------------------------------------------------------ */
 
 struct route_entry {
-    char     destination[16];       /* 0: dotted text; of a static route the first word of its line ("default") */
-    char     mask[16];              /* 16 */
-    char     gateway[16];           /* 32: "0.0.0.0" when there is none */
-    char     ifname[16];            /* 48 */
-    int32_t  metric;                /* 64: not written for static routes */
-};                                  /* 68 bytes */
-struct upnp_entry {                 /* as the UPnP daemon wrote them */
-    char     field_1[16];           /* 0 */
-    char     field_2[8];            /* 16 */
-    char     field_3[16];           /* 24 */
-    char     field_4[8];            /* 40 */
-    char     field_5[8];            /* 48 */
-    char     field_6[64];           /* 56 */
-};                                  /* 120 bytes */
+    char destination[16]; /* 0: dotted text; of a static route the first word of its line ("default") */
+    char mask[16];        /* 16 */
+    char gateway[16];     /* 32: "0.0.0.0" when there is none */
+    char ifname[16];      /* 48 */
+    int32_t metric;       /* 64: not written for static routes */
+};                        /* 68 bytes */
+struct upnp_entry {       /* as the UPnP daemon wrote them */
+    char field_1[16];     /* 0 */
+    char field_2[8];      /* 16 */
+    char field_3[16];     /* 24 */
+    char field_4[8];      /* 40 */
+    char field_5[8];      /* 48 */
+    char field_6[64];     /* 56 */
+};                        /* 120 bytes */
 struct upnp_list {
-    int32_t  count;                 /* 0 */
+    int32_t count;                  /* 0 */
     struct upnp_entry entries[128]; /* 4 */
 };                                  /* 15364 bytes */
 

@@ -46,35 +46,35 @@ int tpi_ap_portal_del_mac(unsigned int count, const unsigned char (*macs)[6], in
 /* ---- web accounts ------------------------------------------------------------------------------------------------- */
 
 struct portal_web_record {
-    uint32_t reserved_0[2];         /* 0 */
-    uint32_t shared;                /* 8 */
-    uint32_t expires;               /* 12: expiry enabled */
-    char     expiry_date[32];       /* 16: "%d-%d-%d %d:%d" */
-    char     previous_name[16];     /* 48 */
-    char     user_name[16];         /* 64 */
-    char     password[16];          /* 80 */
-    char     text[32];              /* 96 */
-    char     macs[20][18];          /* 128 */
-};                                  /* 488 bytes */
+    uint32_t reserved_0[2]; /* 0 */
+    uint32_t shared;        /* 8 */
+    uint32_t expires;       /* 12: expiry enabled */
+    char expiry_date[32];   /* 16: "%d-%d-%d %d:%d" */
+    char previous_name[16]; /* 48 */
+    char user_name[16];     /* 64 */
+    char password[16];      /* 80 */
+    char text[32];          /* 96 */
+    char macs[20][18];      /* 128 */
+};                          /* 488 bytes */
 struct portal_web_request {
-    uint32_t state;                 /* 0 */
-    char     user_name[16];         /* 4 */
-    char     password[16];          /* 20 */
-    char     mac[18];               /* 36 */
-    char     reserved_54[2];        /* 54 */
-};                                  /* 56 bytes */
+    uint32_t state;      /* 0 */
+    char user_name[16];  /* 4 */
+    char password[16];   /* 20 */
+    char mac[18];        /* 36 */
+    char reserved_54[2]; /* 54 */
+};                       /* 56 bytes */
 struct portal_broadcast {
-    uint32_t type;                  /* 0 */
-    uint32_t count;                 /* 4: MACs behind the head, at byte 24 */
-    uint32_t socket;                /* 8 */
-    uint16_t value;                 /* 12 */
-    uint8_t  address[4];            /* 14 */
-    uint8_t  source[6];             /* 18 */
-};                                  /* 24 bytes */
+    uint32_t type;      /* 0 */
+    uint32_t count;     /* 4: MACs behind the head, at byte 24 */
+    uint32_t socket;    /* 8 */
+    uint16_t value;     /* 12 */
+    uint8_t address[4]; /* 14 */
+    uint8_t source[6];  /* 18 */
+};                      /* 24 bytes */
 struct portal_kick_batch {
-    struct portal_broadcast head;   /* 0 */
-    uint8_t  macs[170][6];          /* 24 */
-};                                  /* 1044 bytes */
+    struct portal_broadcast head; /* 0 */
+    uint8_t macs[170][6];         /* 24 */
+};                                /* 1044 bytes */
 /* Adds up to 150 accounts and writes their files of bound devices. A name must begin with a letter, a digit, ".", "_" or
    "-". An expiry date is local time; one that cannot be read has passed. 0; 255 for more records, which adds none, or for
    a refused name, which is left out. */
@@ -104,30 +104,30 @@ void tpi_web_user_timeout(struct portal_kick_batch *batch);
 /* ---- phones, black and white lists -------------------------------------------------------------------------------- */
 
 struct portal_white_list {
-    uint32_t count;                 /* 0 */
-    char     macs[20][18];          /* 4 */
-};                                  /* 364 bytes */
+    uint32_t count;    /* 0 */
+    char macs[20][18]; /* 4 */
+};                     /* 364 bytes */
 struct portal_black_list {
-    uint32_t count;                 /* 0 */
-    uint32_t reserved_4;            /* 4 */
-    uint64_t phones[150];           /* 8 */
-};                                  /* 1208 bytes */
+    uint32_t count;       /* 0 */
+    uint32_t reserved_4;  /* 4 */
+    uint64_t phones[150]; /* 8 */
+};                        /* 1208 bytes */
 struct portal_public_info {
-    uint32_t build_request;         /* 0 */
-    char     identity[64];          /* 4 */
-    char     password[64];          /* 68 */
-    char     signature[32];         /* 132 */
-    char     body[128];             /* 164 */
-};                                  /* 292 bytes */
+    uint32_t build_request; /* 0 */
+    char identity[64];      /* 4 */
+    char password[64];      /* 68 */
+    char signature[32];     /* 132 */
+    char body[128];         /* 164 */
+};                          /* 292 bytes */
 struct portal_phone_request {
-    uint64_t phone;                 /* 0 */
-    uint32_t code;                  /* 8 */
-    uint32_t status;                /* 12 */
-    char     mac[18];               /* 16 */
-    char     user_name[32];         /* 34 */
-    char     url[2048];             /* 66 */
-    char     reserved_2114[6];      /* 2114 */
-};                                  /* 2120 bytes */
+    uint64_t phone;        /* 0 */
+    uint32_t code;         /* 8 */
+    uint32_t status;       /* 12 */
+    char mac[18];          /* 16 */
+    char user_name[32];    /* 34 */
+    char url[2048];        /* 66 */
+    char reserved_2114[6]; /* 2114 */
+};                         /* 2120 bytes */
 /* 9 when the MAC text is on the white list, else 0. */
 int tpi_check_white_mac(const char *mac);
 
@@ -154,9 +154,9 @@ int tpi_phone_username_timeout(void);
 /* ---- management server, controller, other access points ----------------------------------------------------------- */
 
 struct ap_type {
-    uint32_t code;                  /* 0 */
-    char     name[16];              /* 4 */
-};                                  /* 20 bytes */
+    uint32_t code; /* 0 */
+    char name[16]; /* 4 */
+};                 /* 20 bytes */
 extern struct ap_type ap_type_table[96];
 /* Hands the 616-byte message to the management server and overwrites it by the answer; waits at most 2 seconds. 255, after
    a line on standard output, on any failure. */

@@ -12,9 +12,9 @@
 #ifndef APSUPPORT_PRODUCT_H
 #define APSUPPORT_PRODUCT_H
 
+#include <cjson/cJSON.h>
 #include <stdint.h>
 #include <stdio.h>
-#include <cjson/cJSON.h>
 
 #pragma GCC visibility push(default)
 #ifdef __cplusplus
@@ -45,14 +45,14 @@ int profile_start_gpio(const cJSON *product);
 /* ---- system tools ------------------------------------------------------------------------------------------------- */
 
 struct device_info {
-    char     host_name[64];         /* 0 */
-    char     vendor[64];            /* 64 */
-    char     model[64];             /* 128 */
-    char     hardware_version[32];  /* 192 */
-    char     software_version[32];  /* 224 */
-    char     build_time[32];        /* 256 */
-    uint32_t uptime;                /* 288 */
-};                                  /* 292 bytes */
+    char host_name[64];        /* 0 */
+    char vendor[64];           /* 64 */
+    char model[64];            /* 128 */
+    char hardware_version[32]; /* 192 */
+    char software_version[32]; /* 224 */
+    char build_time[32];       /* 256 */
+    uint32_t uptime;           /* 288 */
+};                             /* 292 bytes */
 /* The hardware watchdog behind "/proc/watchdog" or, without it, "/proc/watchdog_cmd". The last command's result; -1 for a
    device without either. */
 int systool_enable_watchdog(void);
@@ -83,7 +83,7 @@ int systool_get_value_with_popen(const char *command, char *out);
 /* The text behind the first "=" of the first line of "/webroot_ro/default.cfg" that contains `key` anywhere, without a
    terminator as above. Always 0. A key that begins with "-" or is too long for the command is not looked for. */
 int systool_get_value_in_default_cfg(const char *key, char *out);
-int systool_get_int_value_in_default_cfg(const char *key);  /* the same as a number; 0 when there is none */
+int systool_get_int_value_in_default_cfg(const char *key); /* the same as a number; 0 when there is none */
 
 /* When the firmware was built, "YYYY MM DD hh mm", 17 bytes with the NUL. 1. */
 int get_compile_date_time(char *out);
@@ -169,11 +169,11 @@ int get_eth0_cur_rate(unsigned int *rate_a, unsigned int *rate_b);
    Lines have the form "TIME;TYPE_NUMBER;MESSAGE" (1 System, 2 Web Filter, 3 to 6 WAN, 8 LAN DHCP) or
    "TIME [TYPE] [MODULE]: MESSAGE" (shown as "System" or "Debug"). Nothing is kept between calls. */
 struct log_entry {
-    char     lead[16];              /* 0: the caller's, never written */
-    char     time[32];              /* 16 */
-    char     type[16];              /* 48 */
-    char     message[256];          /* 64 */
-};                                  /* 320 bytes */
+    char lead[16];     /* 0: the caller's, never written */
+    char time[32];     /* 16 */
+    char type[16];     /* 48 */
+    char message[256]; /* 64 */
+};                     /* 320 bytes */
 
 /* Reads the log at "syslogs.system.path", or "/var/logs.txt", into at most `max` entries, the oldest first. A `logtype`
    other than 0 takes only numbered lines of that type. `count` receives the number of lines looked at: an entry whose

@@ -30,60 +30,60 @@ typedef void (*rfo_callback)(const void *record, int length);
 
 /* channel survey report: this head, the 2.4 GHz ChannelRecords, the 5 GHz ChannelRecords, the NeighbourRecords */
 struct ap_rf_chan_info {
-    char     mac[18];               /* 0 */
-    uint8_t  channels_24g;          /* 18 */
-    uint8_t  channels_5g;           /* 19 */
-    uint8_t  zero_20;               /* 20 */
-    uint8_t  neighbours;            /* 21 */
-    uint8_t  zero_22[2];            /* 22 */
-};                                  /* 24 bytes */
+    char mac[18];         /* 0 */
+    uint8_t channels_24g; /* 18 */
+    uint8_t channels_5g;  /* 19 */
+    uint8_t zero_20;      /* 20 */
+    uint8_t neighbours;   /* 21 */
+    uint8_t zero_22[2];   /* 22 */
+};                        /* 24 bytes */
 struct ChannelRecord {
-    uint8_t  own_channel;           /* 0 */
-    uint8_t  own_extension;         /* 1 */
-    uint8_t  own_bandwidth;         /* 2 */
-    uint8_t  channel;               /* 3 */
-    uint32_t ap_num;                /* 4 */
-    uint32_t busy;                  /* 8 */
-    uint32_t score;                 /* 12 */
-};                                  /* 16 bytes */
+    uint8_t own_channel;   /* 0 */
+    uint8_t own_extension; /* 1 */
+    uint8_t own_bandwidth; /* 2 */
+    uint8_t channel;       /* 3 */
+    uint32_t ap_num;       /* 4 */
+    uint32_t busy;         /* 8 */
+    uint32_t score;        /* 12 */
+};                         /* 16 bytes */
 struct NeighbourRecord {
-    char     identity[18];          /* 0 */
-    int16_t  rssi_24g;              /* 18 */
-    int16_t  rssi_5g;               /* 20 */
-    uint8_t  zero_22[2];            /* 22 */
-};                                  /* 24 bytes */
+    char identity[18];  /* 0 */
+    int16_t rssi_24g;   /* 18 */
+    int16_t rssi_5g;    /* 20 */
+    uint8_t zero_22[2]; /* 22 */
+};                      /* 24 bytes */
 
 /* power survey report: this head, the NeighbourRecords */
 struct ap_rf_power_info {
-    char     mac[18];               /* 0 */
-    uint8_t  cur_24g;               /* 18 */
-    uint8_t  min_24g;               /* 19 */
-    uint8_t  max_24g;               /* 20 */
-    uint8_t  cur_5g;                /* 21 */
-    uint8_t  min_5g;                /* 22 */
-    uint8_t  max_5g;                /* 23 */
-    uint8_t  zero_24[3];            /* 24 */
-    uint8_t  neighbours;            /* 27 */
-};                                  /* 28 bytes */
+    char mac[18];       /* 0 */
+    uint8_t cur_24g;    /* 18 */
+    uint8_t min_24g;    /* 19 */
+    uint8_t max_24g;    /* 20 */
+    uint8_t cur_5g;     /* 21 */
+    uint8_t min_5g;     /* 22 */
+    uint8_t max_5g;     /* 23 */
+    uint8_t zero_24[3]; /* 24 */
+    uint8_t neighbours; /* 27 */
+};                      /* 28 bytes */
 
 struct ChannelSwitchResult {
-    char     mac[18];               /* 0 */
-    uint8_t  result_24g;            /* 18 */
-    uint8_t  result_5g;             /* 19 */
-    uint8_t  result_third;          /* 20 */
-    uint8_t  channel_24g;           /* 21 */
-    uint8_t  bandwidth_24g;         /* 22 */
-    uint8_t  channel_5g;            /* 23 */
-    uint8_t  bandwidth_5g;          /* 24 */
-    uint8_t  channel_third;         /* 25 */
-    uint8_t  bandwidth_third;       /* 26 */
-};                                  /* 27 bytes */
+    char mac[18];            /* 0 */
+    uint8_t result_24g;      /* 18 */
+    uint8_t result_5g;       /* 19 */
+    uint8_t result_third;    /* 20 */
+    uint8_t channel_24g;     /* 21 */
+    uint8_t bandwidth_24g;   /* 22 */
+    uint8_t channel_5g;      /* 23 */
+    uint8_t bandwidth_5g;    /* 24 */
+    uint8_t channel_third;   /* 25 */
+    uint8_t bandwidth_third; /* 26 */
+};                           /* 27 bytes */
 struct wifi_flow_info {
-    uint32_t clients;               /* 0 */
-    uint32_t reserved_4;            /* 4 */
-    uint64_t received;              /* 8 */
-    uint64_t sent;                  /* 16 */
-};                                  /* 24 bytes */
+    uint32_t clients;    /* 0 */
+    uint32_t reserved_4; /* 4 */
+    uint64_t received;   /* 8 */
+    uint64_t sent;       /* 16 */
+};                       /* 24 bytes */
 
 /* State that the library shares with its callers: the channels in use before a run (bandwidth, channel, extension channel
    of 2.4 GHz, then of 5 GHz; a channel of 0: none), the five bytes of a scheduled request, the first traffic samples of a

@@ -77,67 +77,67 @@ int common_set_rate_type_radio_value(int band, const char *name, int value);
 
 /* A station. conn_time: seconds since it associated; noise: dBm; the counters wrap at 2^32. */
 typedef struct WifiClientInfo {
-    char     ifname[32];            /* 0 */
-    char     mac[18];               /* 32 */
-    char     ip[16];                /* 50 */
-    char     reserved_text[16];     /* 66 */
-    char     stat_a[16];            /* 82 */
-    char     conn_time[16];         /* 98 */
-    char     hostname[33];          /* 114 */
-    char     stat_b[8];             /* 147 */
-    char     noise[8];              /* 155 */
-    char     stat_c[16];            /* 163 */
-    char     stat_text[16];         /* 179 */
-    char     stat_d[16];            /* 195 */
-    char     reserved_211;          /* 211 */
-    uint32_t bytes_a;               /* 212 */
-    uint32_t bytes_b;               /* 216 */
-} WifiClientInfo;                   /* 220 bytes */
+    char ifname[32];        /* 0 */
+    char mac[18];           /* 32 */
+    char ip[16];            /* 50 */
+    char reserved_text[16]; /* 66 */
+    char stat_a[16];        /* 82 */
+    char conn_time[16];     /* 98 */
+    char hostname[33];      /* 114 */
+    char stat_b[8];         /* 147 */
+    char noise[8];          /* 155 */
+    char stat_c[16];        /* 163 */
+    char stat_text[16];     /* 179 */
+    char stat_d[16];        /* 195 */
+    char reserved_211;      /* 211 */
+    uint32_t bytes_a;       /* 212 */
+    uint32_t bytes_b;       /* 216 */
+} WifiClientInfo;           /* 220 bytes */
 /* The stations whose address the platform knows. */
 typedef struct OnlineIpEntry {
-    char     mac[18];               /* 0 */
-    char     ip[16];                /* 18 */
-} OnlineIpEntry;                    /* 34 bytes */
+    char mac[18]; /* 0 */
+    char ip[16];  /* 18 */
+} OnlineIpEntry;  /* 34 bytes */
 typedef struct OnlineIpTable {
-    uint32_t count;                 /* 0 */
-    OnlineIpEntry entries[512];     /* 4 */
-} OnlineIpTable;                    /* 17412 bytes */
+    uint32_t count;             /* 0 */
+    OnlineIpEntry entries[512]; /* 4 */
+} OnlineIpTable;                /* 17412 bytes */
 /* A network that was heard. rssi: dBm; sideband: "upper", "lower", "none"; num_a and num_b: the driver's two numbers;
    security: "none", "wep", or a type and a cipher such as "wpa2-psk/aes"; empty when the driver contradicts itself. */
 typedef struct WifiScanResult {
-    char     reserved_0[4];         /* 0 */
-    char     ssid[49];              /* 4 */
-    char     encode[8];             /* 53 */
-    char     bssid[18];             /* 61 */
-    char     reserved_79[16];       /* 79 */
-    char     num_a[8];              /* 95 */
-    char     num_b[8];              /* 103 */
-    char     sideband[8];           /* 111 */
-    char     rssi[8];               /* 119 */
-    char     security[36];          /* 127 */
-} WifiScanResult;                   /* 163 bytes */
+    char reserved_0[4];   /* 0 */
+    char ssid[49];        /* 4 */
+    char encode[8];       /* 53 */
+    char bssid[18];       /* 61 */
+    char reserved_79[16]; /* 79 */
+    char num_a[8];        /* 95 */
+    char num_b[8];        /* 103 */
+    char sideband[8];     /* 111 */
+    char rssi[8];         /* 119 */
+    char security[36];    /* 127 */
+} WifiScanResult;         /* 163 bytes */
 typedef struct WifiScanList {
-    int32_t  count;                 /* 0 */
-    WifiScanResult records[256];    /* 4 */
-} WifiScanList;                     /* 41732 bytes */
+    int32_t count;               /* 0 */
+    WifiScanResult records[256]; /* 4 */
+} WifiScanList;                  /* 41732 bytes */
 /* A channel and two words of the driver's record of it. */
 typedef struct WifiSpectrum {
-    uint32_t channel;               /* 0 */
-    uint32_t word_1;                /* 4 */
-    uint32_t word_3;                /* 8 */
-} WifiSpectrum;                     /* 12 bytes */
+    uint32_t channel; /* 0 */
+    uint32_t word_1;  /* 4 */
+    uint32_t word_3;  /* 8 */
+} WifiSpectrum;       /* 12 bytes */
 /* A port of the private information element that access points send in their beacons. */
 typedef struct WifiPrivateIe {
-    uint8_t  port;                  /* 0 */
-    uint8_t  type;                  /* 1 */
-    uint8_t  zero_2;                /* 2 */
-    char     interfaces[48];        /* 3: names joined with "," */
-    uint8_t  one;                   /* 51 */
-    uint32_t max_length;            /* 52 */
-    uint32_t zero_56;               /* 56 */
-    uint32_t zero_60;               /* 60 */
-    char     payload_name[32];      /* 64 */
-} WifiPrivateIe;                    /* 96 bytes */
+    uint8_t port;          /* 0 */
+    uint8_t type;          /* 1 */
+    uint8_t zero_2;        /* 2 */
+    char interfaces[48];   /* 3: names joined with "," */
+    uint8_t one;           /* 51 */
+    uint32_t max_length;   /* 52 */
+    uint32_t zero_56;      /* 56 */
+    uint32_t zero_60;      /* 60 */
+    char payload_name[32]; /* 64 */
+} WifiPrivateIe;           /* 96 bytes */
 
 /* ---- Operations ----
    Each forwards to its back-end below and returns what that returns. */
@@ -238,7 +238,8 @@ void ap_comm_save_clients_info(const WifiClientInfo *src, WifiClientInfo *dst, i
    "0.00" when the samples have none of it; over the whole connection without samples, without an interval, or when the
    client has been there for less. A client associated for 0 seconds gives "inf" or "nan". Returns what the formatting of
    `out_a` returned. */
-int ap_comm_calc_client_rate(int interval, const WifiClientInfo *cur, const WifiClientInfo *prev, char *out_b, int size_b, char *out_a, int size_a, int prev_count);
+int ap_comm_calc_client_rate(int interval, const WifiClientInfo *cur, const WifiClientInfo *prev, char *out_b,
+                             int size_b, char *out_a, int size_a, int prev_count);
 
 /* ---- Scans into a driver buffer of 124936 bytes; `unused` is not looked at ----
    One channel (three seconds), or all (five seconds): 0 / -1. */

@@ -75,8 +75,7 @@ int run_device(const Words &given) {
     if (what == "info" && words.size() == 1) return show_info(json);
     if (what == "profile" && words.size() <= 2)
         return show_profile(words.size() == 2 ? words[1] : ap::ConfigValue("sys.profile.id").c_str(), json);
-    if (what == "init" && words.size() == 1)
-        return profile_init_product_config(1) == 0 ? exit_ok : exit_failed;
+    if (what == "init" && words.size() == 1) return profile_init_product_config(1) == 0 ? exit_ok : exit_failed;
     return usage_error("device", "expected info, profile or init");
 }
 

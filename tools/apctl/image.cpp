@@ -109,7 +109,8 @@ int run(const Words &words) {
     return usage_error(verb, "there is no \"" + words.front() + "\"");
 }
 
-const Verb image_verb{verb, "make, look at, check and flash firmware images; see the banks", help, run, apctl::Where::anywhere};
+const Verb image_verb{verb, "make, look at, check and flash firmware images; see the banks", help, run,
+                      apctl::Where::anywhere};
 
 }  // namespace
 

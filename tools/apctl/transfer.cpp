@@ -119,7 +119,6 @@ const Verb factory_reset{"factory-reset", "back to factory values, and a restart
                          "Restores the factory values, commits them and restarts the device.\n",
                          run_factory_reset};
 const Verb reboot_verb{"reboot", "restarts the device",
-                       "usage: apctl reboot\n\nSyncs the logs and restarts the device.\n",
-                       run_reboot};
+                       "usage: apctl reboot\n\nSyncs the logs and restarts the device.\n", run_reboot};
 
 }  // namespace
