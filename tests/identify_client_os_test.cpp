@@ -1,5 +1,6 @@
 // A client's operating system, from the identification file and from the user-information service.
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <gmock/gmock.h>
@@ -28,8 +29,8 @@ extern "C" int send_msg_to_user_info(const void *request, void **out, unsigned i
     if (answer.is_null) return answer.result;
     auto *block = static_cast<char *>(std::calloc(1, 40));
     std::memcpy(block, &answer.type, 4);
-    std::memcpy(block + 4, answer.mac.data(), std::min<size_t>(answer.mac.size(), 18));
-    std::memcpy(block + 22, answer.os_type.data(), std::min<size_t>(answer.os_type.size(), 18));
+    std::copy_n(answer.mac.data(), std::min<size_t>(answer.mac.size(), 18), block + 4);
+    std::copy_n(answer.os_type.data(), std::min<size_t>(answer.os_type.size(), 18), block + 22);
     *out = block;
     return answer.result;
 }

@@ -2,6 +2,8 @@
 // driver's neighbour file and its bus. Include it in one source of a test program.
 #pragma once
 
+// NOLINTBEGIN(misc-definitions-in-headers): included in one source of a program
+
 #include <cstring>
 #include <functional>
 #include <gmock/gmock.h>
@@ -214,3 +216,4 @@ extern "C" int pthread_detach(pthread_t thread) noexcept {
     test::workers.push_back(thread);
     return 0;
 }
+// NOLINTEND(misc-definitions-in-headers)
