@@ -10,7 +10,7 @@
 
 #include "apsupport/identify.h"
 #include "foundation/owned.h"
-#include "fuzz/support/upgrade_quiet.h"
+#include "fuzz/support/quiet.h"
 
 static void require(bool holds) {
     if (!holds) std::abort();

@@ -11,7 +11,7 @@
 #include <string_view>
 
 #include "apsupport/portal.h"
-#include "fuzz/support/upgrade_quiet.h"
+#include "fuzz/support/quiet.h"
 
 static void require(bool holds) {
     if (!holds) std::abort();

@@ -13,7 +13,7 @@
 #include "apsupport/portal.h"
 #include "foundation/byte_order.h"
 #include "foundation/file_io.h"
-#include "fuzz/support/upgrade_quiet.h"
+#include "fuzz/support/quiet.h"
 
 using Message = std::array<uint8_t, 616>;
 

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "applatform/config_store.h"
-#include "fuzz/support/upgrade_quiet.h"
+#include "fuzz/support/quiet.h"
 
 static std::string measured;
 

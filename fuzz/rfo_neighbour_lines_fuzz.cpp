@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "fuzz/support/upgrade_quiet.h"
+#include "fuzz/support/quiet.h"
 
 static void require(bool holds) {
     if (!holds) std::abort();

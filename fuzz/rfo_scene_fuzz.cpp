@@ -13,7 +13,7 @@
 #include "applatform/system.h"
 #include "apsupport/rfo.h"
 #include "foundation/byte_order.h"
-#include "fuzz/support/upgrade_quiet.h"
+#include "fuzz/support/quiet.h"
 
 static std::map<std::string, std::string> store;
 static int commits, notices;

@@ -14,7 +14,7 @@
 
 #include "applatform/config_store.h"
 #include "apsupport/upgrade.h"
-#include "fuzz/support/upgrade_quiet.h"
+#include "fuzz/support/quiet.h"
 
 namespace {
 

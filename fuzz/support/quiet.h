@@ -1,4 +1,4 @@
-// upgrade_quiet.h: what the upgrade's fuzz targets share: files for the library to read, and silence.
+// quiet.h: what the upgrade's fuzz targets share: files for the library to read, and silence.
 #pragma once
 
 #include <cstdint>
