@@ -39,7 +39,7 @@ int read(const Words &words) {
 }
 
 int chat(const Words &words) {
-    const int lines = 10 * std::atoi(words[1].c_str());
+    const int lines = 10 * std::stoi(words[1]);
     for (int number = 1; number <= lines; ++number) {
         prod_debug(__func__, __LINE__, 4, words[0].c_str(), "line %d", number);
         usleep(100'000);
@@ -48,7 +48,7 @@ int chat(const Words &words) {
 }
 
 int complain(const Words &words) {
-    const int lines = std::atoi(words[1].c_str());
+    const int lines = std::stoi(words[1]);
     for (int number = 1; number <= lines; ++number)
         prod_debug(__func__, __LINE__, 2, words[0].c_str(), "complaint %d of %d about nothing in particular", number,
                    lines);

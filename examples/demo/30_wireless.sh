@@ -3,23 +3,13 @@
 # runs: outside
 . "$AP_ROOT/examples/demo/lib.sh"
 
-network=wireless-demo
-on() {
-    box=$1
-    shift
-    apbox enter "$network-$box" -- "$@"
-}
-show() { sed 's/^/    /'; }
 client() { on "$1" apctl wifi clients | awk -v mac="$2" '$2 == mac { print $3 }'; }
 # The channel or the strength at which access point $1 hears a network: its column in the table of a scan.
 heard() { on "$1" apctl wifi scan wlan0 --last | awk -v bssid="$2" -v column="$3" '$2 == bssid { print $column }'; }
 close_to() { awk -v seen="$1" -v wanted="$2" 'BEGIN { exit !(seen > wanted * 0.7 && seen < wanted * 1.3) }'; }
 
-trap 'apbox stop --network $network >/dev/null 2>&1; demo_end' EXIT
 say "Three access points come up on one network; time passes fifty times as fast."
-for box in ap1 ap2 ap3; do
-    apbox start "$network-$box" --network "$network" --clock 50 || exit 1
-done
+start_network wireless-demo 50 ap1 ap2 ap3
 on ap1 apctl wifi info | show
 
 say "Clients: two addresses are in the online table, one only in the kernel's fallback file."

@@ -6,7 +6,6 @@
 colour=
 [ "${AP_COLOUR:-}" != yes ] || colour=--colour
 settings() { cfm show | sort; }
-show() { "$@" | sed 's/^/    /'; }
 
 home=$(cfm get lan.ip)
 new=172.20.5.1
@@ -17,7 +16,7 @@ naming() { settings | grep -v radius | grep -c "[=;-]$(echo "$1" | sed 's/\./\\.
 named=$(naming "$network")
 
 say "The LAN is to move from $home to $new. First a dry run: what would change, old and new."
-show apctl lan move "$new" --dry-run $colour | head -n 24
+apctl lan move "$new" --dry-run $colour | head -n 24 | show
 say "  ..."
 expect "settings after the dry run" "$(settings | cksum)" "$(cksum </tmp/before)"
 
@@ -46,7 +45,7 @@ apctl lan move "$home" >/dev/null
 say "The provider of WAN 1 hands out an address of our own LAN's network."
 learnt=$network.77
 printf 'ip=%s\nmask=255.255.255.0\ngateway=%s.254\ndns1=%s.254\n' "$learnt" "$network" "$network" >/etc/wan1.ini
-show apctl lan conflicts "$learnt/24" || true
+apctl lan conflicts "$learnt/24" | show
 free=$(apctl lan conflicts "$learnt/24" --json | sed -n 's/.*"free_address":[^"]*"\(.*\)".*/\1/p')
 expect "the clash is seen" "$(apctl lan conflicts "$learnt/24" >/dev/null && echo free || echo taken)" taken
 check "a free address is offered, and the LAN takes it" sh -c "apctl lan move $free | tail -n 1"
@@ -70,7 +69,7 @@ expect "while its DHCP client asks" "$(status)" connecting
 ip addr add "$learnt/24" dev eth1
 expect "with an address" "$(status)" connected
 kill "$daemon"
-show apctl wan status
+apctl wan status | show
 
 say "The tables show the kernel's truth: a link, its neighbours, its routes, and a static table."
 ip link add demo0 type veth peer name demo1
@@ -80,7 +79,7 @@ ip addr add 192.0.2.1/24 dev demo0
 ip neigh add 192.0.2.77 lladdr 02:00:5e:10:00:77 dev demo0
 ip route add 198.51.100.0/24 via 192.0.2.254 dev demo0 metric 40
 ip route add 10.64.0.0/10 via 192.0.2.253 dev demo0 table staticroute
-show apctl routes
+apctl routes | show
 expect "the static route" "$(apctl routes | awk '$5 == "static" { print $1, $2, $3, $4 }')" \
     "10.64.0.0 255.192.0.0 192.0.2.253 demo0"
 expect "the client with the MAC 02:00:5E:10:00:77" "$(apctl lan client 02:00:5E:10:00:77)" 192.0.2.77
@@ -89,8 +88,8 @@ expect "routes over the link that is gone" "$(apctl routes | grep -c demo0 || tr
 
 say "Port mappings and the system log, as other daemons leave them."
 printf '203.0.113.9;8080;192.168.0.24;80;TCP;web server\n' >/var/upnpmap
-show apctl upnp
+apctl upnp | show
 log=$(cfm get syslogs.system.path)
 printf '%s\n' '2024-01-01 10:00:00;8;lease granted to 192.168.0.101' 'Jan  1 10:00:01 [kernel] [eth1]: link is up' >>"$log"
-show apctl syslog -n 2
+apctl syslog -n 2 | show
 expect "leases in the newest two lines" "$(apctl syslog -n 2 --type 8 --json | grep -c message)" 1

@@ -3,29 +3,19 @@
 # runs: outside
 . "$AP_ROOT/examples/demo/lib.sh"
 
-network=portal-demo
-on() {
-    box=$1
-    shift
-    apbox enter "$network-$box" -- "$@"
-}
 portal() {
     at=$1
     shift
     on "$at" apctl portal "$@" 2>&1
 }
-show() { sed 's/^/    /'; }
-# Programs of a box that outlive this call, with what they print in /tmp/NAME.log there.
-serve() { on "$1" sh -c "$3 >/tmp/$2.log 2>&1 </dev/null &"; }
 online() { portal "$1" clients | grep -c "$2" || true; }
 online_everywhere() {
     for ap in ap1 ap2 ap3; do [ "$(online "$ap" "$1")" = "$2" ] || return 1; done
 }
 
-trap 'apbox stop --network $network >/dev/null 2>&1; demo_end' EXIT
 say "Three access points, each with the portal's kernel module and its daemon; time passes twenty times as fast."
+start_network portal-demo 20 ap1 ap2 ap3
 for ap in ap1 ap2 ap3; do
-    apbox start "$network-$ap" --network "$network" --clock 20 || exit 1
     serve "$ap" module "portal_peers kernel"
     on "$ap" sh -c "echo 'member;secret;02:00:5E:10:00:21,02:00:5E:10:00:22' >/cfg/accounts"
     on "$ap" sh -c "echo 'kv-shop;gateway-pw;Kivra;Your code is ' >/cfg/public"

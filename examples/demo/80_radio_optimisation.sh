@@ -3,25 +3,16 @@
 # runs: outside
 . "$AP_ROOT/examples/demo/lib.sh"
 
-network=rfo-demo
-on() {
-    box=$1
-    shift
-    apbox enter "$network-$box" -- "$@"
-}
-show() { sed 's/^/    /'; }
-serve() { on "$1" sh -c "$3 >/tmp/$2.log 2>&1 </dev/null &"; }
 log_has() { on "$1" grep -q "$3" "/tmp/$2.log"; }
 # What `apctl wifi info` says of a radio: "wlan0 channel", "wlan1 power".
 radio() { on "$1" apctl wifi info --json | grep -A8 "\"interface\":.*\"$2\"" | sed -n "s/.*\"$3\":[^0-9]*\([0-9]*\).*/\1/p" | head -n 1; }
 channels() { for ap in ap1 ap2 ap3; do radio "$ap" "$1" channel; done | xargs; }
 all_different() { [ "$(echo "$1" | tr ' ' '\n' | sort -u | wc -l)" -eq 3 ]; }
 
-trap 'apbox stop --network $network >/dev/null 2>&1; demo_end' EXIT
 say "Three access points, each with the measurement service and an agent; time passes forty times as fast."
 addresses=
+start_network rfo-demo 40 ap1 ap2 ap3
 for ap in ap1 ap2 ap3; do
-    apbox start "$network-$ap" --network "$network" --clock 40 || exit 1
     serve "$ap" measure wifi_measure
     serve "$ap" agent ap_agent
     address=$(on "$ap" sh -c "ip -4 -o addr show br0" | sed -n 's/.*inet \([0-9.]*\).*/\1/p')

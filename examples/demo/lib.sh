@@ -71,3 +71,28 @@ demo_end() {
     [ "$demo_failures" -eq 0 ] || exit 1
     exit "$demo_status"
 }
+
+# --- several access points on one network -----------------------------------------------------------------------------
+
+# start_network NAME CLOCK BOX...: boxes whose time passes CLOCK times as fast; they stop at the end of the step.
+start_network() {
+    network=$1 network_clock=$2
+    shift 2
+    trap 'apbox stop --network "$network" >/dev/null 2>&1; demo_end' EXIT
+    for box in "$@"; do
+        apbox start "$network-$box" --network "$network" --clock "$network_clock" || exit 1
+    done
+}
+
+# on BOX COMMAND [ARG...]
+on() {
+    box=$1
+    shift
+    apbox enter "$network-$box" -- "$@"
+}
+
+# serve BOX NAME COMMAND: starts a program that outlives this call; what it prints is in /tmp/NAME.log of the box.
+serve() { on "$1" sh -c "$3 >/tmp/$2.log 2>&1 </dev/null &"; }
+
+# What a command prints, indented under the step's own lines.
+show() { sed 's/^/    /'; }

@@ -1,7 +1,10 @@
 // main.cpp: apctl, one command-line tool over the library. Finds the verb, answers --help, runs it.
 
 #include <algorithm>
+#include <clocale>
 #include <cstdio>
+#include <cstdlib>
+#include <cwchar>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -63,15 +66,24 @@ bool in_device_box(const char *verb) {
     return false;
 }
 
+// How many columns of a screen a text takes; its bytes where it is no UTF-8.
+static size_t columns_of(const std::string &text) {
+    static const bool is_utf8 = std::setlocale(LC_CTYPE, "C.UTF-8") != nullptr;
+    std::wstring wide(text.size(), L'\0');
+    const size_t length = is_utf8 ? std::mbstowcs(wide.data(), text.c_str(), wide.size()) : std::string::npos;
+    const int columns = length > wide.size() ? -1 : wcswidth(wide.c_str(), length);
+    return columns < 0 ? text.size() : static_cast<size_t>(columns);
+}
+
 void print_table(const std::vector<std::vector<std::string>> &rows) {
     std::vector<size_t> widths;
     for (const auto &row : rows) {
         widths.resize(std::max(widths.size(), row.size()));
-        for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+        for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], columns_of(row[i]));
     }
     for (const auto &row : rows) {
         std::string line;
-        for (size_t i = 0; i < row.size(); ++i) line += row[i] + std::string(widths[i] - row[i].size() + 2, ' ');
+        for (size_t i = 0; i < row.size(); ++i) line += row[i] + std::string(widths[i] - columns_of(row[i]) + 2, ' ');
         line.erase(line.find_last_not_of(' ') + 1);
         std::puts(line.c_str());
     }

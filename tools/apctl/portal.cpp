@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <iterator>
 #include <sstream>
+#include <string_view>
 
 #include "apsupport/msgserver.h"
 #include "tools/apctl/network.h"
@@ -94,6 +95,19 @@ int show_table(const std::string &name, bool json) {
     return exit_ok;
 }
 
+// How many words a command takes, its own name among them; "lists" alone is a table.
+constexpr struct {
+    std::string_view name;
+    size_t least, most;
+} commands[] = {{"add", 4, 5},   {"remove", 2, 2}, {"login", 4, 4}, {"logout", 3, 3},
+                {"phone", 3, 5}, {"lists", 4, 4},  {"kick", 2, 64}};
+
+bool is_command(const Words &words) {
+    return std::ranges::any_of(commands, [&](const auto &command) {
+        return command.name == words[0] && words.size() >= command.least && words.size() <= command.most;
+    });
+}
+
 int run_portal(const Words &given) {
     Words words = given;
     const bool json = take_flag(words, "--json");
@@ -104,6 +118,7 @@ int run_portal(const Words &given) {
     const bool is_table = words.size() == 1 && (words[0] == "users" || words[0] == "clients" || words[0] == "lists");
     if (is_table) return show_table(words[0], json);
     if (json) return usage_error("portal", "--json goes with users, clients and lists");
+    if (!is_command(words)) return usage_error("portal", "there is no such command \"" + words[0] + "\", or not so");
 
     std::vector<std::string> lines;
     if (!ask(words, lines)) return exit_failed;
