@@ -95,7 +95,7 @@ suite_fuzz() {
 
 suite_lint() {
     need build test bench clang
-    sh tools/dev/lint --records "$results/lint.records" --changed --within 150
+    sh tools/dev/lint --records "$results/lint.records" --changed --within 120
 }
 
 # What the library takes on the device, stripped.
