@@ -1,5 +1,5 @@
 // rfo_scene_fuzz.cpp: any elements as a controller's scene, in a block of just their size: the stored protocols and
-// limits are those of the last steering element, and a second time changes and commits nothing.
+// limits are those of the last steering element, for every SSID, and a second time changes and commits nothing.
 
 #include <algorithm>
 #include <cstdint>
@@ -58,6 +58,20 @@ static std::string protocols_of(uint8_t bits) {
            ((bits & 4) != 0 ? ";11r" : "");
 }
 
+static void require_stored(const uint8_t *steering) {
+    require(store["kvr_enable_str"] == protocols_of(steering[0]));
+    for (const std::string ssid : {"wlan0.0.bss_dot11", "wlan0.1.bss_dot11", "wlan1.0.bss_dot11"}) {
+        require(store[ssid + "k"] == ((steering[0] & 1) != 0 ? "1" : "0"));
+        require(store[ssid + "v"] == ((steering[0] & 2) != 0 ? "1" : "0"));
+        require(store[ssid + "r"] == ((steering[0] & 4) != 0 ? "1" : "0"));
+    }
+    require(!store.contains("wlan0.2.bss_dot11k") && !store.contains("wlan1.1.bss_dot11k"));
+    require(store["steerd.lrssi_2"] == "-" + std::to_string(steering[1]));
+    require(store["steerd.band_safe_rssi_5"] == "-" + std::to_string(steering[2]));
+    require(store["steerd.lrssi_5"] == std::to_string(-steering[3]));
+    require(store["steerd.ap_safe_rssi_5"] == "-" + std::to_string(steering[4]));
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     fuzz::be_quiet();
     const Elements elements = whole_elements(data, std::min<size_t>(size, 4096));
@@ -65,14 +79,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     ap::store_le(message.get() + 2, elements.count);
     if (elements.size != 0) std::memcpy(message.get() + 4, data, elements.size);
 
-    store = {{"wlan24g.bss_mib_prefix", "wlan0."}, {"wlan24g.radio_mib_prefix", "wlan0"}, {"wlan0.web_maxbss", "2"}};
+    store = {{"wlan24g.bss_mib_prefix", "wlan0."}, {"wlan24g.radio_mib_prefix", "wlan0"}, {"wlan0.web_maxbss", "2"},
+             {"wlan5g.bss_mib_prefix", "wlan1."},  {"wlan5g.radio_mib_prefix", "wlan1"},  {"wlan1.web_maxbss", "1"}};
     commits = notices = 0;
     set_ap_scence_optmzCfg(message.get());
     require(commits == (elements.steering != nullptr ? 1 : 0) && notices == commits);
     if (elements.steering == nullptr) return 0;
-    require(store["kvr_enable_str"] == protocols_of(elements.steering[0]));
-    require(store["steerd.lrssi_2"] == "-" + std::to_string(elements.steering[1]));
-    require(store["steerd.ap_safe_rssi_5"] == "-" + std::to_string(elements.steering[4]));
+    require_stored(elements.steering);
 
     const auto last = std::make_unique<uint8_t[]>(4 + 4 + 5);
     ap::store_le(last.get() + 2, uint16_t{1});

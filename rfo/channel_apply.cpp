@@ -67,7 +67,8 @@ void add_interface_flow(const char *ifname, WifiClientInfo *clients, wifi_flow_i
 void ap_rfo_get_wifi_flow_info(int band, wifi_flow_info &flow) {
     const HeapPtr<WifiClientInfo> clients(
         static_cast<WifiClientInfo *>(std::calloc(most_clients, sizeof(WifiClientInfo))));
-    for (int i = 0; i < ssid_count(band); ++i) {
+    const int count = ssid_count(band);
+    for (int i = 0; i < count; ++i) {
         char ifname[radio_ifname_size];
         format_radio_ifname(ifname, band, i);
         if (wifi_check_interface_downup(ifname) == 0)

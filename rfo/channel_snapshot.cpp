@@ -19,10 +19,10 @@ constexpr size_t snapshot_size = 3;
 constexpr size_t channel_at = 1;
 
 // The band's bytes; null for a band that the optimiser does not serve.
-unsigned char *snapshot_of(int band) {
+unsigned char *snapshot_of(int band, Caller caller = Caller::here()) {
     if (band == band_24g) return g_before_cfg;
     if (band == band_5g) return g_before_cfg + snapshot_size;
-    if (band == band_6g) RFO_ERROR("unsupport 6g\n");
+    if (band == band_6g) RFO_ERROR_OF(caller, "unsupport 6g\n");
     return nullptr;
 }
 

@@ -79,7 +79,10 @@ void survey_channels(const unsigned char (&lan_mac)[mac_size]) {
         RFO_ERROR("neighbourAP identify err\n");
         return;
     }
-    if (rfo_note_to_neighbour_ap(neighbours) != rfo_success) RFO_ERROR("rfo_note_to_neighbour_ap err\n");
+    if (rfo_note_to_neighbour_ap(neighbours) != rfo_success) {
+        RFO_ERROR("rfo_note_to_neighbour_ap err\n");
+        return;
+    }
     report_channels(lan_mac, channels, neighbours.entries);
 }
 

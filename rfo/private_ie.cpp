@@ -29,6 +29,9 @@ constexpr useconds_t retry_wait_us = 200 * 1000;
 constexpr size_t os_name_size = 64;
 constexpr size_t line_size = 256 + 1;
 
+// A full list fills the driver's field without a NUL.
+using InterfaceList = char[sizeof(WifiPrivateIe::interfaces) + 1];
+
 bool write_private_ie_file(const char *path, const char *text) {
     const UniqueFd file = open_fd(path, O_WRONLY | O_CREAT | O_TRUNC);
     if (!file) return RFO_ERROR("open %s failed\n", path), false;
@@ -42,26 +45,25 @@ template <typename Step> bool try_twice(Step step) {
 }
 
 // The OS interfaces of both bands' working interfaces, joined with ","; what does not fit is left out.
-template <size_t N> bool collect_os_names(char (&joined)[N]) {
-    joined[0] = '\0';
+bool collect_os_names(InterfaceList &joined) {
     for (const int band : bands) {
         WorkingInterface working;
         char os_name[os_name_size] = {};
         if (!find_working_interface(band, working) || wifi_get_osifname(working.name, os_name) != 0) continue;
-        const size_t length = std::strlen(joined), name_length = strnlen(os_name, sizeof os_name);
-        if (name_length == 0 || length + 1 + name_length >= N) continue;
-        const char *separator = length == 0 ? "" : ",";
-        copy_text(joined + length, N - length, separator);
-        copy_text(joined + length + std::strlen(separator), N - length - 1, {os_name, name_length});
+        const std::string_view name = field_text(os_name);
+        const size_t length = std::strlen(joined), separator_length = length == 0 ? 0 : 1;
+        if (name.empty() || length + separator_length + name.size() >= sizeof joined) continue;
+        copy_text(joined + length, sizeof joined - length, ",");
+        copy_text(joined + length + separator_length, sizeof joined - length - separator_length, name);
     }
     return joined[0] != '\0';
 }
 
-bool create_port(int port, const char *name, const char (&interfaces)[sizeof(WifiPrivateIe::interfaces)]) {
+bool create_port(int port, const char *name, const InterfaceList &interfaces) {
     WifiPrivateIe description = {};
     description.port = static_cast<uint8_t>(port);
     description.type = port_type;
-    copy_text(description.interfaces, interfaces);
+    std::memcpy(description.interfaces, interfaces, sizeof description.interfaces);
     description.one = 1;
     description.max_length = port_max_length;
     copy_text(description.payload_name, name);
@@ -69,7 +71,7 @@ bool create_port(int port, const char *name, const char (&interfaces)[sizeof(Wif
 }
 
 bool rfo_neighbour_private_ie_port_init() {
-    char interfaces[sizeof(WifiPrivateIe::interfaces)];
+    InterfaceList interfaces = {};
     if (!collect_os_names(interfaces)) return RFO_ERROR("get ifname fail\n"), false;
     if (!create_port(switch_port, "", interfaces)) return RFO_ERROR("create port[%d] fail\n", switch_port), false;
 
@@ -84,7 +86,7 @@ bool rfo_neighbour_private_ie_port_init() {
 // What the line tells of one radio; what cannot be found out stays zero.
 struct RadioLine {
     unsigned char mac[mac_size];
-    char ssid[sizeof(WifiScanResult::ssid)];
+    char ssid[config_value_size];
     int channel;
 };
 
@@ -96,9 +98,7 @@ void describe_radio(int band, RadioLine &radio) {
         return;
     }
     if (ifaddrs_get_if_netmac(working.name, radio.mac) != 0) RFO_ERROR("%d get mac fail\n", band);
-    char ssid[config_value_size] = {};
-    common_get_value_rate_type_bss_by_ssid_idx(band, working.ssid_index, "bss_ssid", ssid);
-    copy_text(radio.ssid, ssid);
+    common_get_value_rate_type_bss_by_ssid_idx(band, working.ssid_index, "bss_ssid", radio.ssid);
     if (read_channel_info(working.name, info))
         radio.channel = info.channel;
     else
@@ -113,14 +113,15 @@ bool rfo_neighbour_private_ie_rule_init() {
     describe_radio(band_5g, radio_5g);
 
     const auto &mac_24g = radio_24g.mac, &mac_5g = radio_5g.mac;
-    char line[line_size];
-    std::snprintf(line, sizeof line,
-                  "%02X:%02X:%02X:%02X:%02X:%02X%s:%s=%02X:%02X:%02X:%02X:%02X:%02X;%s=%s;%s=%d;"
-                  "%s=%02X:%02X:%02X:%02X:%02X:%02X;%s=%s;%s=%d;\n",
-                  lan[0], lan[1], lan[2], lan[3], lan[4], lan[5], payload_name, "MAC2G", mac_24g[0], mac_24g[1],
-                  mac_24g[2], mac_24g[3], mac_24g[4], mac_24g[5], "SSID2G", radio_24g.ssid, "CH2G", radio_24g.channel,
-                  "MAC5G", mac_5g[0], mac_5g[1], mac_5g[2], mac_5g[3], mac_5g[4], mac_5g[5], "SSID5G", radio_5g.ssid,
-                  "CH5G", radio_5g.channel);
+    char line[line_size];  // what is longer is cut
+    const int length = std::snprintf(
+        line, sizeof line,
+        "%02X:%02X:%02X:%02X:%02X:%02X%s:%s=%02X:%02X:%02X:%02X:%02X:%02X;%s=%s;%s=%d;"
+        "%s=%02X:%02X:%02X:%02X:%02X:%02X;%s=%s;%s=%d;\n",
+        lan[0], lan[1], lan[2], lan[3], lan[4], lan[5], payload_name, "MAC2G", mac_24g[0], mac_24g[1], mac_24g[2],
+        mac_24g[3], mac_24g[4], mac_24g[5], "SSID2G", radio_24g.ssid, "CH2G", radio_24g.channel, "MAC5G", mac_5g[0],
+        mac_5g[1], mac_5g[2], mac_5g[3], mac_5g[4], mac_5g[5], "SSID5G", radio_5g.ssid, "CH5G", radio_5g.channel);
+    if (length < 0) return false;
     if (!try_twice([&] { return write_private_ie_file(neighbour_file, line); }))
         return RFO_ERROR("write_private_ie_file fail\n"), false;
     return true;

@@ -8,15 +8,8 @@
 #include "applatform/interfaces.h"
 #include "apsupport/product.h"
 #include "apsupport/wireless.h"
-#include "rfo/log.h"
 
 namespace ap {
-
-namespace {
-
-constexpr int most_ssids = 64;
-
-}  // namespace
 
 int ssid_count(int band) { return std::min(common_get_int_rate_type_radio(band, "web_maxbss"), most_ssids); }
 
@@ -39,16 +32,17 @@ bool find_working_interface(int band, WorkingInterface &working) {
     return true;
 }
 
-bool read_channel_info(const char *ifname, ChannelInfo &info) {
+bool read_channel_info(const char *ifname, ChannelInfo &info, Caller caller) {
     int words[4] = {};
-    if (wifi_get_interface_chaninfo(ifname, words) != 0) return RFO_ERROR("uwb_get_chan_info err!\n"), false;
+    if (wifi_get_interface_chaninfo(ifname, words) != 0) return RFO_ERROR_OF(caller, "uwb_get_chan_info err!\n"), false;
     info = {words[0], words[1], words[2], words[3]};
     return true;
 }
 
-bool read_lan_mac(unsigned char (&mac)[mac_size]) {
+bool read_lan_mac(unsigned char (&mac)[mac_size], Caller caller) {
     const char *lan = ifaddrs_get_lan_ifname();
-    if (lan == nullptr || ifaddrs_get_if_netmac(lan, mac) != 0) return RFO_ERROR("get lan ifname fail\n"), false;
+    if (lan == nullptr || ifaddrs_get_if_netmac(lan, mac) != 0)
+        return RFO_ERROR_OF(caller, "get lan ifname fail\n"), false;
     return true;
 }
 

@@ -46,24 +46,24 @@ void mark_active(Run &run) {
 
 }  // namespace
 
-bool begin_request(const unsigned char *request) {
-    if (request == nullptr) return RFO_ERROR("parameter fail\n"), false;
-    RFO_TRACE(" by %s\n", request[0] == 0 ? "immediate" : "schedule");
+bool begin_request(const unsigned char *request, Caller caller) {
+    if (request == nullptr) return RFO_ERROR_OF(caller, "parameter fail\n"), false;
+    RFO_TRACE_OF(caller, " by %s\n", request[0] == 0 ? "immediate" : "schedule");
     if (proc_check_app("acbs") != 0) {
         doSystemCmd("killall -9 acbs");
-        RFO_TRACE("killall acbs by rfo");
+        RFO_TRACE_OF(caller, "killall acbs by rfo");
     }
     return true;
 }
 
-int start_run(Run &run, rfo_callback callback, int delay_seconds) {
-    if (callback == nullptr) return RFO_ERROR("%s", run.no_callback_text), -1;
+int start_run(Run &run, rfo_callback callback, int delay_seconds, Caller caller) {
+    if (callback == nullptr) return RFO_ERROR_OF(caller, "%s", run.no_callback_text), -1;
     const MutexLock lock(starter_mutex);
-    if (is_active(power_run)) return RFO_ERROR("power optmz is running!\n"), -1;
-    if (is_active(channel_run)) return RFO_ERROR("chan optmz is running!\n"), -1;
+    if (is_active(power_run)) return RFO_ERROR_OF(caller, "power optmz is running!\n"), -1;
+    if (is_active(channel_run)) return RFO_ERROR_OF(caller, "chan optmz is running!\n"), -1;
 
     prepare(run, callback, delay_seconds);
-    if (pthread_create(run.thread, nullptr, work, &run) != 0) return RFO_ERROR("%s", run.no_thread_text), -1;
+    if (pthread_create(run.thread, nullptr, work, &run) != 0) return RFO_ERROR_OF(caller, "%s", run.no_thread_text), -1;
     mark_active(run);
     pthread_detach(*run.thread);
     return 0;

@@ -24,10 +24,10 @@ struct Run {
 extern Run channel_run, power_run;
 
 // Tells the controller's wish in the log and stops the vendor's own optimiser. False for a null request.
-bool begin_request(const unsigned char *request);
+bool begin_request(const unsigned char *request, Caller caller = Caller::here());
 
 // Starts a run unless one of either kind is active. 0 or -1.
-int start_run(Run &run, rfo_callback callback, int delay_seconds);
+int start_run(Run &run, rfo_callback callback, int delay_seconds, Caller caller = Caller::here());
 
 // Seconds by which this access point stands back, so that those of one controller do not scan at the same moment.
 unsigned int stagger_seconds(const unsigned char (&lan_mac)[mac_size], int delay_seconds);

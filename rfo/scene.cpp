@@ -36,11 +36,11 @@ struct RoamingProtocol {
 constexpr RoamingProtocol roaming_protocols[] = {
     {1 << 0, "11k", "bss_dot11k"}, {1 << 1, ";11v", "bss_dot11v"}, {1 << 2, ";11r", "bss_dot11r"}};
 
-struct SsidKind {
-    int band;
-    unsigned int prefix_kind;
+// The kinds of key prefixes of a band.
+struct BandKeys {
+    unsigned int radio_kind, ssid_kind;
 };
-constexpr SsidKind ssid_kinds[] = {{band_24g, 3}, {band_5g, 5}};
+constexpr BandKeys band_keys[] = {{2, 3}, {4, 5}};
 
 // Without 11k the list begins with a semicolon.
 int store_protocol_list(uint8_t protocols) {
@@ -53,13 +53,16 @@ int store_protocol_list(uint8_t protocols) {
     return prod_cfm_set_val("kvr_enable_str", list);
 }
 
-int store_ssid_protocols(const SsidKind &kind, uint8_t protocols) {
+int store_ssid_protocols(const BandKeys &keys, uint8_t protocols) {
+    char radio[prefix_size] = {};
+    get_mib_prefix(radio, keys.radio_kind, 0);
+    const int count = std::min(wifi_get_int_value(radio, "web_maxbss"), most_ssids);
     int changes = 0;
-    for (int i = 0; i < ssid_count(kind.band); ++i) {
-        char prefix[prefix_size] = {};
-        get_mib_prefix(prefix, kind.prefix_kind, i);
+    for (int i = 0; i < count; ++i) {
+        char ssid[prefix_size] = {};
+        get_mib_prefix(ssid, keys.ssid_kind, i);
         for (const auto &protocol : roaming_protocols)
-            changes += wifi_set_int_value(prefix, protocol.ssid_key, (protocols & protocol.bit) != 0 ? 1 : 0);
+            changes += wifi_set_int_value(ssid, protocol.ssid_key, (protocols & protocol.bit) != 0 ? 1 : 0);
     }
     return changes;
 }
@@ -75,7 +78,7 @@ int apply_steering(const Steering &steering) {
         " steer_protocol_11:%d steer_limit:%d steer_5g_limit:%d band_steer_safe_limit:%d ap_steer_safe_limit:%d\n",
         steering.protocols, steering.limit_24g, steering.limit_5g, steering.band_safe_limit, steering.ap_safe_limit);
     int changes = store_protocol_list(steering.protocols);
-    for (const auto &kind : ssid_kinds) changes += store_ssid_protocols(kind, steering.protocols);
+    for (const auto &keys : band_keys) changes += store_ssid_protocols(keys, steering.protocols);
     changes += store_threshold("steerd.lrssi_2", steering.limit_24g);
     changes += ap_comm_set_steerd_lrssi_5(-int{steering.limit_5g});
     changes += store_threshold("steerd.band_safe_rssi_5", steering.band_safe_limit);

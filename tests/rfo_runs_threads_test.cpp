@@ -2,78 +2,79 @@
 // before its starter has come to note it as active.
 
 #include <atomic>
+#include <barrier>
+#include <thread>
 
 #include "tests/rfo_world.h"
 
 namespace {
 
-std::atomic<int> running, most_running, finished;
+using Starter = int (*)(rfo_callback callback, int delay);
+constexpr Starter starters[] = {rfo_create_chan_optmz_thread, rfo_create_power_optmz_thread};
 
-// Called on the worker's thread while its run is active.
+std::atomic<bool> may_end;
 void hold_run(const void *, int) {
-    const int now = ++running;
-    int most = most_running;
-    while (now > most && !most_running.compare_exchange_weak(most, now)) {}
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    --running;
-    ++finished;
+    while (!may_end) std::this_thread::yield();
 }
 
-class Runs : public test::RfoTest {};
+class Runs : public test::RfoTest {
+protected:
+    void SetUp() override {
+        RfoTest::SetUp();
+        may_end = false;
+    }
+    static void end_run() {
+        may_end = true;
+        test::wait_for_worker();
+    }
+};
 
 TEST_F(Runs, OnlyOneOfManyStartersWins) {
-    running = most_running = finished = 0;
-    std::atomic<int> started = 0;
     test::printed_by([&] {
-        for (int round = 0; round < 5; ++round) {
-            std::vector<std::thread> starters;
-            for (int i = 0; i < 8; ++i)
-                starters.emplace_back([&, i] {
-                    const auto start = i % 2 == 0 ? rfo_create_chan_optmz_thread : rfo_create_power_optmz_thread;
-                    if (start(hold_run, 0) == 0) ++started;
+        for (int round = 0; round < 20; ++round) {
+            SetUp();
+            std::atomic<int> started = 0;
+            std::barrier together(8);
+            std::vector<std::thread> threads;
+            for (size_t i = 0; i < 8; ++i) {
+                threads.emplace_back([&, i] {
+                    together.arrive_and_wait();
+                    if (starters[i % 2](hold_run, 0) == 0) ++started;
                 });
-            for (auto &starter : starters) starter.join();
-            test::wait_for_worker();
+            }
+            for (auto &thread : threads) thread.join();
+            end_run();
+            EXPECT_EQ(started, 1);
         }
     });
-    EXPECT_EQ(most_running, 1);
-    EXPECT_EQ(started, finished);
-    EXPECT_GE(started, 5);
 }
 
-TEST_F(Runs, ARunOfTheOtherKindIsRefusedByName) {
+TEST_F(Runs, ARunIsRefusedByTheNameOfTheOneThatIsActive) {
     const struct {
-        int (*first)(rfo_callback, int);
-        int (*second)(rfo_callback, int);
+        Starter start;
+        rfo_callback &callback;
         const char *refusal;
-    } cases[] = {
-        {rfo_create_chan_optmz_thread, rfo_create_chan_optmz_thread, "chan optmz is running!"},
-        {rfo_create_chan_optmz_thread, rfo_create_power_optmz_thread, "chan optmz is running!"},
-        {rfo_create_power_optmz_thread, rfo_create_chan_optmz_thread, "power optmz is running!"},
-        {rfo_create_power_optmz_thread, rfo_create_power_optmz_thread, "power optmz is running!"},
-    };
+    } cases[] = {{starters[0], upload_rf_chan_info_cb, "chan optmz is running!"},
+                 {starters[1], upload_rf_power_info_cb, "power optmz is running!"}};
     for (const auto &c : cases) {
-        std::atomic<bool> go = false;
-        test::world->on_scan = [&] {
-            while (!go) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        };
-        const std::string printed = test::printed_by([&] {
-            EXPECT_EQ(c.first(hold_run, 0), 0);
-            EXPECT_EQ(c.second(hold_run, 0), -1);
-            go = true;
-            test::wait_for_worker();
-        });
-        EXPECT_THAT(printed, testing::HasSubstr(c.refusal));
+        for (const Starter second : starters) {
+            SetUp();
+            const std::string printed = test::printed_by([&] {
+                EXPECT_EQ(c.start(hold_run, 0), 0);
+                EXPECT_EQ(second(test::keep_record, 0), -1);
+                end_run();
+            });
+            EXPECT_THAT(printed, testing::HasSubstr(c.refusal));
+            EXPECT_EQ(c.callback, hold_run);
+        }
     }
 }
 
-TEST_F(Runs, AWorkerThatEndsAtOnceLeavesTheOptimiserIdle) {
-    test::world->has_lan_mac = false;
+TEST_F(Runs, AWorkerThatEndsBeforeItIsNotedLeavesTheOptimiserIdle) {
+    test::workers_are = test::Workers::ended_when_started;
+    may_end = true;
     test::printed_by([] {
-        for (int i = 0; i < 200; ++i) {
-            EXPECT_EQ(rfo_create_chan_optmz_thread(hold_run, 0), 0);
-            test::wait_for_worker();
-        }
+        for (const Starter start : {starters[0], starters[1], starters[0]}) EXPECT_EQ(start(hold_run, 0), 0);
     });
 }
 

@@ -148,8 +148,9 @@ void set_ap_power_optmzCfg(const void *request);
 
 /* Takes over the controller's roaming protocols and steering thresholds: a 16-bit header, the number of elements (16 bits),
    and per element its type (8 bits), an unused byte, the length of its value (16 bits) and the value. Type 1 holds five
-   bytes: protocols (bit 0 11k, 1 11v, 2 11r), then four thresholds in dB below 0; other types are passed over. 0 when
-   nothing changed or for a null message; else the commit's result or, when that is not 0, that of the notification. */
+   bytes: protocols (bit 0 11k, 1 11v, 2 11r), then four thresholds in dB below 0; other types and shorter values are passed
+   over. 0 when nothing changed or for a null message; else the commit's result or, when that is not 0, that of the
+   notification. */
 int set_ap_scence_optmzCfg(const void *message);
 
 #ifdef __cplusplus
