@@ -38,9 +38,10 @@ static std::string expected_address(const OnlineIpTable &table, const char *mac)
 extern "C" {
 int uwb_get_osif_name(const char *, char *out) { return *out = '\0', 0; }
 int uwb_get_sta_info(const char *, int, void *records, int, int *count) {
-    *count = 16;
-    for (size_t i = 0; i < 16; ++i) {
-        const uint8_t mac[6] = {0x0a, 0xbc, 0, 0, 0, static_cast<uint8_t>(i)};
+    *count = 32;
+    for (size_t i = 0; i < 32; ++i) {
+        const bool is_last = i == 31;  // its MAC hashes like that of station 24
+        const uint8_t mac[6] = {0x0a, 0xbc, 0, 0, 0, static_cast<uint8_t>(is_last ? 176 : i)};
         std::memcpy(static_cast<uint8_t *>(records) + 80 * i, mac, 6);
     }
     return 0;
@@ -69,8 +70,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         require(table->count <= 512);
         for (const OnlineIpEntry &entry : table->entries)
             require(std::memchr(entry.mac, 0, 18) != nullptr && std::memchr(entry.ip, 0, 16) != nullptr);
-        WifiClientInfo clients[16];
-        require(wifi_get_client_list("wlan0.0", clients, 16) == 16);
+        WifiClientInfo clients[32];
+        require(wifi_get_client_list("wlan0.0", clients, 32) == 32);
         for (const WifiClientInfo &client : clients) require(expected_address(*table, client.mac) == client.ip);
         std::remove(path);
     }

@@ -4,6 +4,8 @@
 #include <climits>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <regex>
+#include <sstream>
 
 #include "applatform/wireless_driver.h"
 #include "apsupport/foundation.h"
@@ -13,45 +15,44 @@
 
 namespace {
 
-std::vector<std::string> power_requests;
+std::string power_requests;
 int power_result;
 
-using Values = std::map<std::string, std::string>;
+// Settings written as "key=value key=value".
+std::map<std::string, std::string> settings(const std::string &text) {
+    std::map<std::string, std::string> found;
+    std::istringstream words(text);
+    for (std::string word; words >> word;) found[word.substr(0, word.find('='))] = word.substr(word.find('=') + 1);
+    return found;
+}
 
-const Values prefixes = {
-    {"wlan24g.bss_mib_prefix", "b2-"}, {"wlan24g.radio_mib_prefix", "r2"}, {"wlan5g.bss_mib_prefix", "b5-"},
-    {"wlan5g.radio_mib_prefix", "r5"}, {"wlan.mib_prefix_flag", "0"},
-};
-
-void store_values(const Values &values) {
+void store_settings(const std::string &text) {
     test::store = {};
-    test::store.values = prefixes;
-    test::store.values.insert(values.begin(), values.end());
+    test::store.values = settings("wlan24g.bss_mib_prefix=b2- wlan24g.radio_mib_prefix=r2 wlan5g.bss_mib_prefix=b5- "
+                                  "wlan5g.radio_mib_prefix=r5 wlan.mib_prefix_flag=0 " +
+                                  text);
 }
 
 }  // namespace
 
 // The library's own call to its front function comes here: an executable's definition wins.
 int wifi_interface_set_txpower(const char *ifname, const unsigned char request[2]) {
-    power_requests.push_back(std::string(ifname) + " " + std::to_string(request[0]) + " " + std::to_string(request[1]));
+    power_requests += ifname + (":" + std::to_string(request[0])) + "," + std::to_string(request[1]) + " ";
     return power_result;
 }
 
 TEST(Sideband, FollowsTheChannel) {
-    const struct {
-        std::vector<int> channels;
-        const char *sideband;
-    } cases[] = {
-        {{-3, 0, 1, 4, 36, 44, 52, 60, 149, 157, 100, 108, 116, 124, 132, 140, 179, 188}, "upper"},
-        {{10, 13, 40, 48, 56, 64, 153, 161, 104, 112, 120, 128, 136, 165, 181, 248}, "lower"},
-        {{5, 7, 9}, "kept"},
-        {{14, 35, 144, 169, 1000}, "none"},
+    const std::map<std::string, std::vector<int>> channels = {
+        {"upper", {-3, 0, 1, 4, 36, 44, 52, 60, 149, 157, 100, 108, 116, 124, 132, 140, 179, 188}},
+        {"lower", {10, 13, 40, 48, 56, 64, 153, 161, 104, 112, 120, 128, 136, 165, 181, 248}},
+        {"kept", {5, 7, 9}},
+        {"none", {14, 35, 144, 169, 1000}},
     };
-    for (const auto &c : cases) {
-        for (const int channel : c.channels) {
+    for (const auto &[sideband, its_channels] : channels) {
+        for (const int channel : its_channels) {
             char out[8] = "kept";
             get_wifi_sideband_flag_by_channel(channel, out);
-            EXPECT_STREQ(out, c.sideband) << channel;
+            EXPECT_EQ(out, sideband) << channel;
         }
     }
 }
@@ -82,21 +83,16 @@ TEST(RadioRules, ReadAntennaMasks) {
 }
 
 TEST(RadioRules, AddNamesToLists) {
-    const struct {
-        const char *list, *name, *expected;
-    } cases[] = {
-        {"", "wlan0", "wlan0"},
-        {"wlan0", "wlan1", "wlan0 wlan1"},
-        {"wlan0.1", "wlan0", "wlan0.1"},
-        {"wlan0", "wlan0.1", "wlan0 wlan0.1"},
-        {"a b", "", "a b"},
+    const auto added = [](std::string list, const char *name) {
+        list.resize(32);
+        EXPECT_EQ(wifi_list_add_ifname(list.data(), name), 0);
+        return list.substr(0, list.find('\0'));
     };
-    for (const auto &c : cases) {
-        char list[32];
-        std::strcpy(list, c.list);
-        EXPECT_EQ(wifi_list_add_ifname(list, c.name), 0);
-        EXPECT_STREQ(list, c.expected);
-    }
+    EXPECT_EQ(added("", "wlan0"), "wlan0");
+    EXPECT_EQ(added("wlan0", "wlan1"), "wlan0 wlan1");
+    EXPECT_EQ(added("wlan0.1", "wlan0"), "wlan0.1");
+    EXPECT_EQ(added("wlan0", "wlan0.1"), "wlan0 wlan0.1");
+    EXPECT_EQ(added("a b", ""), "a b");
     char list[4] = "";
     EXPECT_EQ(wifi_list_add_ifname(nullptr, "x"), -1);
     EXPECT_EQ(wifi_list_add_ifname(list, nullptr), -1);
@@ -112,7 +108,7 @@ TEST(RadioRules, ConvertCountryCodesBothWays) {
 }
 
 TEST(RadioRules, KnowBandIndexesAndTheSteeringThreshold) {
-    store_values({{"wl2g.wlan_index", "3"}, {"wl5g.wlan_index", "1"}});
+    store_settings("wl2g.wlan_index=3 wl5g.wlan_index=1");
     EXPECT_EQ(get_wlan_index(24), 3);
     EXPECT_EQ(get_wlan_index(5), 1);
     EXPECT_THAT(test::printed_by([] { EXPECT_EQ(get_wlan_index(6), 0); }),
@@ -123,15 +119,8 @@ TEST(RadioRules, KnowBandIndexesAndTheSteeringThreshold) {
 }
 
 TEST(RadioPower, IsCompensatedAndClamped) {
-    store_values({{"r2.power_compensate", "2"},
-                  {"r2.maxpower", "25"},
-                  {"r2.minpower", "5"},
-                  {"r2.curpower", "17"},
-                  {"r2.web_max_power", "27"},
-                  {"r5.power_compensate", "0"},
-                  {"r5.maxpower", "10"},
-                  {"r5.minpower", "20"},
-                  {"r5.curpower", std::to_string(INT_MAX)}});
+    store_settings("r2.power_compensate=2 r2.maxpower=25 r2.minpower=5 r2.curpower=17 r2.web_max_power=27 "
+                   "r5.power_compensate=0 r5.maxpower=10 r5.minpower=20 r5.curpower=2147483647");
     const struct {
         const char *what;
         int band, requested, expected;
@@ -148,116 +137,80 @@ TEST(RadioPower, IsCompensatedAndClamped) {
 }
 
 TEST(RadioPower, IsHighWhenBothRadiosAreAtTheirGreatest) {
-    Values values = {{"r2.power_compensate", "2"}, {"r2.maxpower", "25"}, {"r2.web_max_power", "27"},
-                     {"r5.power_compensate", "1"}, {"r5.maxpower", "30"}, {"r5.web_max_power", "31"}};
-    store_values(values);
-    EXPECT_EQ(is_all_switch_to_highpower(), 1);
-    for (const char *key : {"r2.web_max_power", "r5.web_max_power", "r5.power_compensate"}) {
-        store_values(values);
-        test::store.values[key] = "26";
-        EXPECT_EQ(is_all_switch_to_highpower(), 0) << key;
+    for (const std::string changed : {"", "r2.web_max_power=26", "r5.web_max_power=26", "r5.power_compensate=2"}) {
+        store_settings("r2.power_compensate=2 r2.maxpower=25 r2.web_max_power=27 r5.power_compensate=1 r5.maxpower=30 "
+                       "r5.web_max_power=31 " +
+                       changed);
+        EXPECT_EQ(is_all_switch_to_highpower(), changed.empty() ? 1 : 0) << changed;
     }
 }
 
 TEST(HighPower, IsConfiguredCommittedAndApplied) {
-    const Values values = {{"netcheck.adjust_power", "1"},
-                           {"r2.enable", "1"},
-                           {"r2.web_maxbss", "2"},
-                           {"r2.maxpower", "25"},
-                           {"r2.power_compensate", "2"},
-                           {"b2-1.bss_enable", "1"},
-                           {"r5.enable", "1"},
-                           {"r5.web_maxbss", "1"},
-                           {"r5.maxpower", "300"},
-                           {"r5.power_compensate", "1"},
-                           {"b5-0.bss_enable", "1"},
-                           {"b5-1.bss_enable", "1"}};
-    const struct {
-        const char *what, *changed_key, *changed_value;
-        int commit_result, driver_result, result;
-        std::vector<std::string> requests;
-    } cases[] = {
-        {"both radios", "", "", 1, 0, 0, {"b2-1 25 25", "b5-0 44 44"}},
-        {"the driver's last result", "", "", 1, 9, 9, {"b2-1 25 25", "b5-0 44 44"}},
-        {"a failed commit", "", "", 0, 9, 0, {}},
-        {"a radio that is off", "r2.enable", "0", 1, 9, 9, {"b5-0 44 44"}},
-        {"a radio without SSIDs", "r5.web_maxbss", "0", 1, 9, 9, {"b2-1 25 25"}},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.what);
-        store_values(values);
-        if (*c.changed_key != '\0') test::store.values[c.changed_key] = c.changed_value;
-        test::store.commit_result = c.commit_result;
+    const auto requests = [](const std::string &changed, int commit_result, int driver_result, int result) {
+        store_settings("netcheck.adjust_power=1 r2.enable=1 r2.web_maxbss=2 r2.maxpower=25 r2.power_compensate=2 "
+                       "b2-1.bss_enable=1 r5.enable=1 r5.web_maxbss=1 r5.maxpower=300 r5.power_compensate=1 "
+                       "b5-0.bss_enable=1 b5-1.bss_enable=1 " +
+                       changed);
+        test::store.commit_result = commit_result;
         power_requests.clear();
-        power_result = c.driver_result;
-        EXPECT_EQ(wifi_switch_high_power(), c.result);
-        EXPECT_EQ(power_requests, c.requests);
+        power_result = driver_result;
+        EXPECT_EQ(wifi_switch_high_power(), result);
         EXPECT_EQ(test::store.commits, 1);
-        for (const auto &[key, value] : Values{{"r2.power", "high"},
-                                               {"r2.curpower", "25"},
-                                               {"r2.default_power", "25"},
-                                               {"r2.web_max_power", "27"},
-                                               {"r5.power", "high"},
-                                               {"r5.curpower", "300"},
-                                               {"r5.web_max_power", "301"},
-                                               {"netcheck.adjust_power", "0"}})
+        for (const auto &[key, value] :
+             settings("r2.power=high r2.curpower=25 r2.default_power=25 r2.web_max_power=27 r5.power=high "
+                      "r5.curpower=300 r5.default_power=300 r5.web_max_power=301 netcheck.adjust_power=0"))
             EXPECT_EQ(test::store.values[key], value) << key;
-    }
-    store_values({{"netcheck.adjust_power", "0"}, {"r2.maxpower", "25"}});
+        return power_requests;
+    };
+    EXPECT_EQ(requests("", 1, 0, 0), "b2-1:25,25 b5-0:44,44 ");
+    EXPECT_EQ(requests("", 1, 9, 9), "b2-1:25,25 b5-0:44,44 ");
+    EXPECT_EQ(requests("", 0, 9, 0), "");  // a failed commit
+    EXPECT_EQ(requests("r2.enable=0", 1, 9, 9), "b5-0:44,44 ");
+    EXPECT_EQ(requests("r5.web_maxbss=0", 1, 9, 9), "b2-1:25,25 ");
+    store_settings("netcheck.adjust_power=0 r2.maxpower=25");
     EXPECT_EQ(wifi_switch_high_power(), 0);
     EXPECT_EQ(test::store.writes + test::store.commits, 0);
 }
 
-// For each kind of security the settings that count, and one that does not.
+// For each kind of security the settings that count, and some that do not.
 TEST(DualBand, ComparesWhatItsSecurityNeeds) {
     const struct {
-        const char *security;
-        std::vector<std::string> compared, ignored;
+        const char *security, *compared, *ignored;
     } cases[] = {
-        {"none", {"bss_ssid"}, {"bss_wpapsk_key"}},
+        {"none", "bss_ssid", "bss_wpapsk_key"},
         {"wep",
-         {"bss_ssid", "bss_wep_type", "bss_wep_key", "bss_wep_key1", "bss_wep_key2", "bss_wep_key3", "bss_wep_key4",
-          "bss_wep_key1_format", "bss_wep_key2_format", "bss_wep_key3_format", "bss_wep_key4_format"},
-         {"bss_wpapsk_key"}},
-        {"wpapsk",
-         {"bss_ssid", "bss_wpapsk_type", "bss_wpapsk_crypto", "bss_wpapsk_key", "bss_wpapsk_rekey_time"},
-         {"bss_wep_key", "bss_radius_ip"}},
-        {"wpa",
-         {"bss_ssid", "bss_wpa_type", "bss_radius_ip", "bss_radius_port", "bss_radius_key", "bss_wpa_crypto",
-          "bss_radius_time"},
-         {"bss_wpapsk_key"}},
-        {"unheard-of", {"bss_ssid"}, {"bss_wep_type", "bss_wpa_type"}},
+         "bss_ssid bss_wep_type bss_wep_key bss_wep_key1 bss_wep_key2 bss_wep_key3 bss_wep_key4 bss_wep_key1_format "
+         "bss_wep_key2_format bss_wep_key3_format bss_wep_key4_format",
+         "bss_wpapsk_key"},
+        {"wpapsk", "bss_ssid bss_wpapsk_type bss_wpapsk_crypto bss_wpapsk_key bss_wpapsk_rekey_time",
+         "bss_wep_key bss_radius_ip"},
+        {"wpa", "bss_ssid bss_wpa_type bss_radius_ip bss_radius_port bss_radius_key bss_wpa_crypto bss_radius_time",
+         "bss_wpapsk_key"},
+        {"unheard-of", "bss_ssid", "bss_wep_type bss_wpa_type"},
     };
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.security);
-        const auto check = [&](const std::string &name, int expected) {
-            store_values({{"b2-4.bss_security", c.security}, {"b5-4.bss_security", c.security}, {"b2-4." + name, "a"}});
-            EXPECT_EQ(check_wifi_dual_band_ssid_cfg(4), expected) << name;
-            test::store.values["b5-4." + name] = "a";
-            EXPECT_EQ(check_wifi_dual_band_ssid_cfg(4), 1) << name;
-        };
-        for (const auto &name : c.compared) check(name, 0);
-        for (const auto &name : c.ignored) check(name, 1);
+        const std::string security =
+            std::string("b2-4.bss_security=") + c.security + " b5-4.bss_security=" + c.security;
+        for (const auto &[names, expected] : {std::pair(c.compared, 0), std::pair(c.ignored, 1)}) {
+            for (const auto &[name, nothing] : settings(names)) {
+                store_settings(security);
+                test::store.values["b2-4." + name] = "a";
+                EXPECT_EQ(check_wifi_dual_band_ssid_cfg(4), expected) << c.security << " " << name;
+            }
+        }
     }
-    store_values({{"b2-0.bss_security", "wpapsk"}, {"b5-0.bss_security", "wpa"}});
+    store_settings("b2-0.bss_security=wpapsk b5-0.bss_security=wpa");
     EXPECT_EQ(check_wifi_dual_band_ssid_cfg(0), 0);
 }
 
 TEST(DualBand, TracesEachComparison) {
     ASSERT_EQ(set_dbg_level("netctrl", 5), 1);
-    store_values({{"b2-0.bss_security", "wpapsk"},
-                  {"b5-0.bss_security", "wpapsk"},
-                  {"b2-0.bss_ssid", "s"},
-                  {"b5-0.bss_ssid", "s"},
-                  {"b2-0.bss_wpapsk_key", "k"}});
+    store_settings("b2-0.bss_security=wpapsk b5-0.bss_security=wpapsk b2-0.bss_ssid=s b5-0.bss_ssid=s "
+                   "b2-0.bss_wpapsk_key=k");
     const auto traced = [] {
-        std::string texts;
-        std::string printed = test::printed_by([] { check_wifi_dual_band_ssid_cfg(0); });
-        for (size_t at = 0; (at = printed.find("check_wifi_dual_band_ssid: ")) != std::string::npos;) {
-            printed.erase(0, printed.find(": ", at) + 2);
-            texts += printed.substr(0, printed.find('\n')) + "|";
-        }
-        return texts;
+        return std::regex_replace(test::printed_by([] { check_wifi_dual_band_ssid_cfg(0); }),
+                                  std::regex("check_wifi_dual_band_ssid: ([^\n]*)\n"), "$1|",
+                                  std::regex_constants::format_no_copy);
     };
     const std::string until_key =
         "ENTER >>> check_wifi_dual_band_ssid_cfg|ssid[s][s]|secType[wpapsk][wpapsk]|WPAPSKType[][]|CRYPTO[][]|";

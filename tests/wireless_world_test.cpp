@@ -114,25 +114,18 @@ TEST_F(WirelessWorld, ShowsASwitchToTheOthersAtOnce) {
 }
 
 TEST_F(WirelessWorld, SwitchesOnlyToWhatTheRadioCanDo) {
-    const struct {
-        const char *what, *ifname;
-        int channel, bandwidth, result;
-        const char *after;
-    } cases[] = {
-        {"a free channel", "wlan1.0", 149, 80, 0, "149/80/153"},
-        {"the upper of a pair", "ath1", 40, 40, 0, "40/40/36"},
-        {"a radar channel in peace", "wlan1", 104, 20, 0, "104/20/0"},
-        {"radar", "wlan1", 100, 20, -1, "36/80/40"},
-        {"a channel of the other band", "wlan1", 6, 20, -1, "36/80/40"},
-        {"a bandwidth between", "wlan1", 36, 60, -1, "36/80/40"},
-        {"too wide for the band", "wlan0", 1, 80, -1, "6/20/0"},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.what);
+    const auto after = [](const char *ifname, int to, int bandwidth, int result) {
         start(scenario());
-        EXPECT_EQ(switch_to(c.ifname, c.channel, c.bandwidth), c.result);
-        EXPECT_EQ(channel(c.ifname), c.after);
-    }
+        EXPECT_EQ(switch_to(ifname, to, bandwidth), result);
+        return channel(ifname);
+    };
+    EXPECT_EQ(after("wlan1.0", 149, 80, 0), "149/80/153");
+    EXPECT_EQ(after("ath1", 40, 40, 0), "40/40/36");
+    EXPECT_EQ(after("wlan1", 104, 20, 0), "104/20/0");   // a radar channel in peace
+    EXPECT_EQ(after("wlan1", 100, 20, -1), "36/80/40");  // radar
+    EXPECT_EQ(after("wlan1", 6, 20, -1), "36/80/40");    // a channel of the other band
+    EXPECT_EQ(after("wlan1", 36, 60, -1), "36/80/40");   // a bandwidth between
+    EXPECT_EQ(after("wlan0", 1, 80, -1), "6/20/0");      // too wide for the band
     EXPECT_EQ(wifi_current_chan_is_dfs("wlan1", 100), 1);
     EXPECT_EQ(wifi_current_chan_is_dfs("wlan1", 36), 0);
     EXPECT_EQ(wifi_current_chan_is_dfs("wlan0", 6), 0);
@@ -141,33 +134,27 @@ TEST_F(WirelessWorld, SwitchesOnlyToWhatTheRadioCanDo) {
 TEST_F(WirelessWorld, MeasuresLoadByOverlap) {
     WifiSpectrum spectrum[13];
     ASSERT_EQ(wifi_interface_get_spectrum("wlan0", spectrum, 13), 13);
-    // The neighbour, on the air half of the time, covers the 40 MHz around the channels 9 and 13; channel 5 touches
-    // none.
-    const struct {
-        int channel;
-        uint32_t networks;
-        double load;
-    } expected[] = {
-        {1, 0, 0}, {6, 1, 1 - (1 - 0.01) * (1 - 0.5 * 0.25)}, {9, 1, 1 - (1 - 0.01 * 0.25) * 0.5}, {11, 0, 0.5}};
-    for (const auto &e : expected) {
-        SCOPED_TRACE(e.channel);
-        const WifiSpectrum &s = spectrum[e.channel - 1];
-        EXPECT_EQ(s.channel, static_cast<uint32_t>(e.channel));
-        EXPECT_EQ(s.word_1, e.networks);
-        EXPECT_EQ(s.word_3, static_cast<uint32_t>(std::lround(100 * e.load)));
-    }
+    const auto expect = [&](uint32_t on_channel, uint32_t networks, double load) {
+        const auto &[channel, heard, percent] = spectrum[on_channel - 1];
+        EXPECT_EQ(channel, on_channel);
+        EXPECT_EQ(heard, networks) << on_channel;
+        EXPECT_EQ(percent, static_cast<uint32_t>(std::lround(100 * load))) << on_channel;
+    };
+    // The neighbour, on the air half of the time, covers the 40 MHz around the channels 9 and 13.
+    expect(1, 0, 0);
+    expect(6, 1, 1 - (1 - 0.01) * (1 - 0.5 * 0.25));
+    expect(9, 1, 1 - (1 - 0.01 * 0.25) * 0.5);
+    expect(11, 0, 0.5);
 }
 
 TEST_F(WirelessWorld, ListsClientsWithCountersAndAddresses) {
     WifiClientInfo clients[4];
     ASSERT_EQ(wifi_get_client_list("wlan0.0", clients, 4), 2);
-    EXPECT_STREQ(clients[0].mac, "02:00:00:00:0c:01");
-    EXPECT_STREQ(clients[0].ip, "10.0.0.1");
+    std::string first;
+    for (const char *text : {clients[0].mac, clients[0].ip, clients[0].stat_b, clients[0].conn_time, clients[0].noise})
+        first += text + std::string(" ");
+    EXPECT_EQ(first + clients[0].stat_text, "02:00:00:00:0c:01 10.0.0.1 -55 100 -95 11ax");
     EXPECT_STREQ(clients[1].ip, "10.0.0.2");
-    EXPECT_STREQ(clients[0].stat_b, "-55");
-    EXPECT_STREQ(clients[0].conn_time, "100");
-    EXPECT_STREQ(clients[0].noise, "-95");
-    EXPECT_STREQ(clients[0].stat_text, "11ax");
     // A world that began three seconds ago: the counter has wrapped.
     std::string state = test::read_text(state_file);
     const size_t at = state.find("started_at");
@@ -201,31 +188,26 @@ TEST_F(WirelessWorld, FailsOrAnswersNonsenseWhenTold) {
 }
 
 TEST_F(WirelessWorld, RefusesAScenarioThatMakesNoSense) {
-    const struct {
-        const char *what;
-        std::string text, complaint;
-    } cases[] = {
-        {"no JSON", "{\n\n\"access_points\": [}", "no JSON object, line 3"},
-        {"an array", "[]", "no JSON object"},
-        {"a MAC", R"({"clients":[{"mac":"02:00:00:00:00:00:00"}]})", "is no MAC address"},
-        {"a band", R"({"neighbours":[{"bssid":"02:00:00:00:00:00","band":"6G"}]})", "band \"6G\" is neither"},
-        {"a channel", R"({"access_points":[{"name":"a","radios":[{"band":"5G","channel":6}]}]})",
-         "starts on channel 6"},
-        {"a name", R"({"access_points":[{}]})", "has no name"},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.what);
-        start(c.text);
+    const auto complaint = [](const std::string &text) {
+        start(text);
         const std::string file = "/tmp/complaint";
         EXPECT_EQ(test::run_in_child([&] {
                       dup2(open(file.c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0600), STDERR_FILENO);
                       if (uwb_check_dev_status("wlan0") != -1 || uwb_check_dev_status("wlan0") != -1) _exit(1);
                   }),
                   0);
-        const std::string said = test::read_text(file);
-        EXPECT_THAT(said, HasSubstr(c.complaint));
-        EXPECT_EQ(std::ranges::count(said, '\n'), 1);
-    }
+        std::string said = test::read_text(file);
+        EXPECT_EQ(std::ranges::count(said, '\n'), 1) << text;
+        return said;
+    };
+    EXPECT_THAT(complaint("{\n\n\"access_points\": [}"), HasSubstr("no JSON object, line 3"));
+    EXPECT_THAT(complaint("[]"), HasSubstr("no JSON object"));
+    EXPECT_THAT(complaint(R"({"clients":[{"mac":"02:00:00:00:00:00:00"}]})"), HasSubstr("is no MAC address"));
+    EXPECT_THAT(complaint(R"({"neighbours":[{"bssid":"02:00:00:00:00:00","band":"6G"}]})"),
+                HasSubstr("band \"6G\" is neither"));
+    EXPECT_THAT(complaint(R"({"access_points":[{"name":"a","radios":[{"band":"5G","channel":6}]}]})"),
+                HasSubstr("starts on channel 6"));
+    EXPECT_THAT(complaint(R"({"access_points":[{}]})"), HasSubstr("has no name"));
 }
 
 TEST_F(WirelessWorld, KeepsPrivateElementsGpioLinesAndLocks) {
@@ -273,22 +255,22 @@ TEST_F(WirelessWorld, PrefersTheMachinesOwnInterfaces) {
                      "ip link set up1 up && ip addr add 192.0.2.1/24 dev up0"),
               0);
     send_broadcast();
-    unsigned char mac[6] = {};
-    EXPECT_EQ(ifaddrs_get_if_netmac("up0", mac), 0);
-    EXPECT_EQ(mac[5], 1);
-    EXPECT_EQ(ifaddrs_get_if_netmac("wlan0.0", mac), 0);
-    EXPECT_EQ(mac[5], 0x24);
-    EXPECT_EQ(ifaddrs_get_if_netmac("nowhere", mac), -1);
-    EXPECT_EQ(ifaddrs_get_interface_downup("up0"), 1);
-    EXPECT_EQ(ifaddrs_get_interface_downup("wlan1"), 1);
-    EXPECT_NE(ifaddrs_get_interface_downup("nowhere"), 1);
-
+    const struct {
+        const char *name;
+        int found, last_mac_byte, is_up;
+    } interfaces[] = {{"up0", 0, 1, 1}, {"wlan0.0", 0, 0x24, 1}, {"nowhere", -1, 0, 0}};
+    for (const auto &i : interfaces) {
+        unsigned char mac[6] = {};
+        uint64_t counters[4] = {};
+        EXPECT_EQ(ifaddrs_get_if_netmac(i.name, mac), i.found);
+        EXPECT_EQ(mac[5], i.last_mac_byte);
+        EXPECT_EQ(ifaddrs_get_interface_downup(i.name) == 1, i.is_up == 1);
+        EXPECT_EQ(sys_get_if_statistics(i.name, counters), i.found);
+    }
     uint64_t counters[4] = {};
     EXPECT_EQ(sys_get_if_statistics("up1", counters), 0);
     EXPECT_GT(counters[0], counters[1]);  // bytes come before packets
     EXPECT_GT(counters[1], 0u);
-    EXPECT_EQ(sys_get_if_statistics("wlan0.0", counters), 0);
-    EXPECT_EQ(sys_get_if_statistics("nowhere", counters), -1);
 
     EXPECT_STREQ(iof_eth_name_get(8), "up0");
     EXPECT_STREQ(iof_eth_name_get(12), "eth1");
@@ -326,54 +308,39 @@ TEST(KernelRules, AreKeptUntilTheDeviceRestarts) {
 
 namespace {
 
-// Speaks just enough MQTT to hear one topic: packets shorter than 128 bytes, delivered at most once.
-class Listener {
-public:
-    explicit Listener(std::string topic) : topic_(std::move(topic)), fd_(socket(AF_UNIX, SOCK_STREAM, 0)) {
-        sockaddr_un address = {AF_UNIX, "/var/run/bus.socket"};
-        EXPECT_EQ(connect(fd_, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
-        send_packet('\x10', std::string("\0\4MQTT\4\2\0\x3c", 10) + text("listener"));
-        EXPECT_EQ(receive_packet().first, '\x20');
-        send_packet('\x82', std::string("\0\1", 2) + text(topic_) + '\0');
-        EXPECT_EQ(receive_packet().first, '\x90');
-    }
-    ~Listener() { close(fd_); }
+// Just enough MQTT to hear one topic: packets shorter than 128 bytes, delivered at most once.
+std::string mqtt_text(const std::string &text) { return std::string{'\0', static_cast<char>(text.size())} + text; }
+std::string mqtt_packet(char kind, const std::string &body) {
+    return std::string{kind, static_cast<char>(body.size())} + body;
+}
 
-    // The next message, behind the length and the text of its topic.
-    std::string next() const { return receive_packet().second.substr(2 + topic_.size()); }
-
-private:
-    static std::string text(const std::string &text) {
-        return std::string(1, '\0') + static_cast<char>(text.size()) + text;
-    }
-    void send_packet(char kind, const std::string &body) const {
-        const std::string packet = std::string(1, kind) + static_cast<char>(body.size()) + body;
-        EXPECT_EQ(send(fd_, packet.data(), packet.size(), 0), static_cast<ssize_t>(packet.size()));
-    }
-    std::pair<char, std::string> receive_packet() const {
-        char head[2] = {}, body[128] = {};
-        EXPECT_EQ(recv(fd_, head, 2, MSG_WAITALL), 2);
-        const size_t length = static_cast<unsigned char>(head[1]);
-        EXPECT_EQ(recv(fd_, body, length, MSG_WAITALL), static_cast<ssize_t>(length));
-        return {head[0], std::string(body, length)};
-    }
-    const std::string topic_;
-    const int fd_;
-};
+void expect_received(int fd, const std::string &expected) {
+    std::string bytes(expected.size(), '\0');
+    EXPECT_EQ(recv(fd, bytes.data(), bytes.size(), MSG_WAITALL), static_cast<ssize_t>(bytes.size()));
+    EXPECT_EQ(bytes, expected);
+}
 
 }  // namespace
 
 TEST(MessageBus, DeliversThroughTheBroker) {
     EXPECT_EQ(holymsg_publish("topic", "x", 1), -1);  // no broker yet
     ASSERT_EQ(system("/sbin/bus_start.sh"), 0);
-    const Listener listener("ugw.wserver.message");
+    const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
+    const sockaddr_un address = {AF_UNIX, "/var/run/bus.socket"};
+    ASSERT_EQ(connect(listener, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    const std::string topic = mqtt_text("ugw.wserver.message"), head("\4\2\0\x3c", 4), number("\0\1", 2);
+    const std::string hello = mqtt_packet('\x10', mqtt_text("MQTT") + head + mqtt_text("listener")) +
+                              mqtt_packet('\x82', number + topic + '\0');
+    ASSERT_EQ(send(listener, hello.data(), hello.size(), 0), static_cast<ssize_t>(hello.size()));
+    expect_received(listener, mqtt_packet('\x20', std::string(2, '\0')) + mqtt_packet('\x90', number + '\0'));
+
     const int before = test::open_descriptors();
     EXPECT_EQ(send_msg_to_wlan_server("{\"op\":1}"), 0);
     EXPECT_EQ(send_msg_to_wlan_server(""), 0);
     EXPECT_EQ(holymsg_publish("wild/#", "x", 1), -1);
     EXPECT_EQ(test::open_descriptors(), before);
-    EXPECT_EQ(listener.next(), "{\"op\":1}");
-    EXPECT_EQ(listener.next(), "");
+    expect_received(listener, mqtt_packet('\x30', topic + "{\"op\":1}") + mqtt_packet('\x30', topic));
+    close(listener);
 }
 
 namespace {

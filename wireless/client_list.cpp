@@ -14,6 +14,7 @@
 #include "foundation/text.h"
 #include "wireless/client_record.h"
 #include "wireless/driver_records.h"
+#include "wireless/online_table.h"
 #include "wireless/radio_band.h"
 
 namespace ap {
@@ -87,15 +88,19 @@ private:
     std::array<uint16_t, slot_count> slots_{};
 };
 
+// Whoever the table lacks is looked up in the kernel's file, all of them in one reading.
 void attach_addresses(OnlineIpTable &table, std::span<WifiClientInfo> clients) {
     MacIndex index(table);
+    std::array<SoughtClient, most_stations> sought;
+    size_t sought_count = 0;
     for (WifiClientInfo &client : clients) {
         if (const OnlineIpEntry *entry = index.find(client.mac)) {
             std::memcpy(client.ip, entry->ip, sizeof client.ip);
         } else {
-            get_ip_by_online_ip(client.mac, client.ip);
+            sought[sought_count++] = SoughtClient(client.mac, client.ip);
         }
     }
+    find_in_online_file(std::span(sought).first(sought_count));
 }
 
 // Appends the clients of one SSID interface to the `written` records of `out`; the new number of records.
@@ -148,7 +153,7 @@ int wifi_get_client_list_by_ugw(const char *ifname, WifiClientInfo *out, int cap
     OnlineIpTable table = {};
     get_client_ip_mac(&table);
     const int count = wifi_get_interface_client_list(ifname, out, capacity);
-    const int written = std::clamp(count, 0, std::max(capacity, 0));
+    const int written = std::clamp(count, 0, std::clamp(capacity, 0, ap::most_stations));
     ap::attach_addresses(table, std::span(out, static_cast<size_t>(written)));
     return count;
 }

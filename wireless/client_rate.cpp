@@ -35,20 +35,26 @@ int connected_seconds(const WifiClientInfo &client) {
     return to_int(text);
 }
 
+// A copied text ends in its field, and zeros fill the rest.
+template <size_t N> void copy_field(const char (&from)[N], char (&to)[N]) {
+    const size_t length = copy_text(to, field_text(from));
+    std::memset(to + length, 0, N - length);
+}
+
 }  // namespace
 
 void copy_client(const WifiClientInfo &from, WifiClientInfo &to) {
-    copy_text(to.ifname, field_text(from.ifname));
-    copy_text(to.mac, field_text(from.mac));
-    copy_text(to.ip, field_text(from.ip));
-    copy_text(to.reserved_text, field_text(from.reserved_text));
-    copy_text(to.stat_a, field_text(from.stat_a));
-    copy_text(to.conn_time, field_text(from.conn_time));
-    copy_text(to.hostname, field_text(from.hostname));
-    copy_text(to.stat_b, field_text(from.stat_b));
-    copy_text(to.noise, field_text(from.noise));
-    copy_text(to.stat_c, field_text(from.stat_c));
-    copy_text(to.stat_text, field_text(from.stat_text));
+    copy_field(from.ifname, to.ifname);
+    copy_field(from.mac, to.mac);
+    copy_field(from.ip, to.ip);
+    copy_field(from.reserved_text, to.reserved_text);
+    copy_field(from.stat_a, to.stat_a);
+    copy_field(from.conn_time, to.conn_time);
+    copy_field(from.hostname, to.hostname);
+    copy_field(from.stat_b, to.stat_b);
+    copy_field(from.noise, to.noise);
+    copy_field(from.stat_c, to.stat_c);
+    copy_field(from.stat_text, to.stat_text);
     to.bytes_a = from.bytes_a;
     to.bytes_b = from.bytes_b;
 }

@@ -1,9 +1,12 @@
 // online_table.cpp: which address a station has: the platform's online-client table, a JSON document, and as a fallback
-// the kernel's text file of online clients, of which two forms exist.
+// the kernel's text file of online clients, of which two forms exist. The file is read once for all clients that are
+// looked up in it, up to the line with the last of them.
 
+#include "wireless/online_table.h"
+
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
-#include <span>
 #include <unistd.h>
 
 #include "applatform/kernel_rules.h"
@@ -48,21 +51,14 @@ constexpr OnlineFile online_files[] = {
 };
 static_assert(line_size == 1023 + 1);
 
-// The form in which the kernel's file writes a MAC: upper case, with "-" between the bytes.
-void format_wanted_mac(const char *mac, char (&wanted)[18]) {
-    char upper[18] = {};
-    copy_text(upper, {mac, strnlen(mac, sizeof upper)});
-    for (char &c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    unsigned int bytes[6] = {};
-    // NOLINTNEXTLINE(cert-err34-c): two digits always fit, and a byte that cannot be read stays 0
-    std::sscanf(upper, "%02X:%02X:%02X:%02X:%02X:%02X", &bytes[0], &bytes[1], &bytes[2], &bytes[3], &bytes[4],
-                &bytes[5]);
-    std::snprintf(wanted, sizeof wanted, "%02X-%02X-%02X-%02X-%02X-%02X", bytes[0], bytes[1], bytes[2], bytes[3],
-                  bytes[4], bytes[5]);
+void give_address(const char (&ip)[line_size], std::span<const SoughtClient> clients) {
+    char address[16] = {};
+    copy_text(address, ip);
+    for (const SoughtClient &client : clients) std::memcpy(client.ip, address, sizeof address);
 }
 
-// When no line has the MAC, the address of the last line stays in `out`.
-void search_online_file(const OnlineFile &file, const char *wanted_mac, char *out) {
+// Whoever no line has gets the address of the last line.
+void search_online_file(const OnlineFile &file, std::span<SoughtClient> sought) {
     LineReader<line_size> reader(file.path);
     if (!reader) {
         std::printf("can not find %s\n", file.path);
@@ -70,16 +66,36 @@ void search_online_file(const OnlineFile &file, const char *wanted_mac, char *ou
     }
     for (int i = 0; i < file.heading_lines; ++i) reader.next();
     char ip[line_size] = {}, mac[line_size] = {};
-    while (reader.next()) {
+    while (!sought.empty() && reader.next()) {
         file.parse(reader.line(), ip, mac);
-        if (std::strcmp(mac, wanted_mac) == 0) break;
+        const auto found = std::partition(sought.begin(), sought.end(), [&](const SoughtClient &client) {
+            return std::strcmp(client.mac, mac) != 0;
+        });
+        give_address(ip, {found, sought.end()});
+        sought = {sought.begin(), found};
     }
-    char address[16] = {};
-    copy_text(address, std::string_view(ip));
-    std::memcpy(out, address, sizeof address);
+    give_address(ip, sought);
 }
 
 }  // namespace
+
+SoughtClient::SoughtClient(const char *client_mac, char *out) : ip(out) {
+    char upper[sizeof mac] = {};
+    copy_text(upper, {client_mac, strnlen(client_mac, sizeof upper)});
+    for (char &c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    unsigned int bytes[6] = {};
+    // NOLINTNEXTLINE(cert-err34-c): two digits always fit, and a byte that cannot be read stays 0
+    std::sscanf(upper, "%02X:%02X:%02X:%02X:%02X:%02X", &bytes[0], &bytes[1], &bytes[2], &bytes[3], &bytes[4],
+                &bytes[5]);
+    std::snprintf(mac, sizeof mac, "%02X-%02X-%02X-%02X-%02X-%02X", bytes[0], bytes[1], bytes[2], bytes[3], bytes[4],
+                  bytes[5]);
+}
+
+void find_in_online_file(std::span<SoughtClient> sought) {
+    if (sought.empty()) return;
+    for (const OnlineFile &file : online_files)
+        if (access(file.path, F_OK) == 0) return search_online_file(file, sought);
+}
 
 }  // namespace ap
 
@@ -115,9 +131,7 @@ void get_client_mac_by_ip(const char *ip, char *out) {
 }
 
 void get_ip_by_online_ip(const char *mac, char *out) {
-    char wanted[18];
     if (mac == nullptr) return;
-    ap::format_wanted_mac(mac, wanted);
-    for (const ap::OnlineFile &file : ap::online_files)
-        if (access(file.path, F_OK) == 0) return ap::search_online_file(file, wanted, out);
+    ap::SoughtClient client(mac, out);
+    ap::find_in_online_file({&client, 1});
 }

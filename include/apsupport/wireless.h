@@ -230,7 +230,7 @@ void get_client_mac_by_ip(const char *ip, char *out);
    untouched without a file. */
 void get_ip_by_online_ip(const char *mac, char *out);
 /* The clients of a band, "2.4G" or "5G", over all its SSIDs that are on, with addresses. Returns how many of at most
-   `capacity` were written; `stat_d` is not. Takes about 50 KB of stack. */
+   `capacity` were written; `stat_d` is not. Takes about 55 KB of stack. */
 int wifi_get_client_lists(WifiClientInfo *out, const char *band, int capacity);
 /* Keeps a sample: copies `count` records to `dst` from record `offset` on, all but stat_d. */
 void ap_comm_save_clients_info(const WifiClientInfo *src, WifiClientInfo *dst, int count, int offset);
