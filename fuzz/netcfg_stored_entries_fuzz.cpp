@@ -1,6 +1,6 @@
 // netcfg_stored_entries_fuzz.cpp: any text as an entry of every list, as a pool, as VLAN and as a rule whose field is
-// replaced. A LAN that moves away and back twice leaves after the second time what it left after the first, no entry
-// outgrows its buffer, and an entry that is not moved stays byte for byte.
+// replaced. A LAN that moves away and back twice leaves after the second time what it left after the first, and no
+// entry outgrows its buffer.
 
 #include <algorithm>
 #include <arpa/inet.h>

@@ -19,8 +19,7 @@ namespace {
 static_assert(sizeof(conflict_record) == 4 + 16 + 16 + 64 && offsetof(conflict_record, tag) == 4 + 16 + 16);
 
 constexpr int most_subnets = 100;
-constexpr int most_steps =
-    10 * most_subnets;  // each step leaves one subnet, so a platform that steps needs one a subnet
+constexpr int most_steps = 10 * most_subnets;  // a platform that steps leaves a subnet with each: one a subnet will do
 constexpr char fixed_mask[] = "255.255.255.0";
 
 enum SubnetType { lan = 0, portal = 1, guest = 2, pppoe_server = 3, vlan = 4, pptp_server = 5, l2tp_server = 6 };

@@ -9,8 +9,7 @@
 namespace ap {
 
 // A list is a count key and entries numbered from 1. An entry is `fields` fields: each but the last ends before the
-// next
-// ";" and holds at least one character, the last is a word, which white space ends.
+// next ";" and holds at least one character, the last is a word, which white space ends.
 struct RuleList {
     const char *count_key, *entry_key;
     std::string_view separator;  // what is left out between two fields when reading, and put there when writing

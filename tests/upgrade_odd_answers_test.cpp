@@ -1,7 +1,6 @@
 // Devices and system files that answer what no sane one does: erase sizes of nothing or of everything, memory tables
 // that say nothing. The device is scripted here, in place of the virtual flash.
 
-#include <cstdarg>
 #include <dlfcn.h>
 
 #include "tests/upgrade_world.h"
@@ -10,20 +9,18 @@ using namespace test;
 
 namespace {
 
-mtd_info_t answer;             // to MEMGETINFO
-std::vector<uint64_t> erased;  // start << 32 | length of each MEMERASE
-std::string memory_table;      // stands in for "/proc/meminfo"
+mtd_info_t answer;         // to MEMGETINFO
+size_t erased_blocks;      // MEMERASE requests
+std::string memory_table;  // stands in for "/proc/meminfo"
 
 }  // namespace
 
 extern "C" int ioctl(int, unsigned long request, ...) noexcept {
     va_list arguments;
     va_start(arguments, request);
-    void *argument = va_arg(arguments, void *);
+    if (request == MEMGETINFO) *va_arg(arguments, mtd_info_t *) = answer;
     va_end(arguments);
-    if (request == MEMGETINFO) *static_cast<mtd_info_t *>(argument) = answer;
-    const auto *range = static_cast<const erase_info_t *>(argument);
-    if (request == MEMERASE) erased.push_back(uint64_t{range->start} << 32 | range->length);
+    if (request == MEMERASE) ++erased_blocks;
     return 0;
 }
 
@@ -37,66 +34,40 @@ extern "C" FILE *fopen64(const char *path, const char *mode) {
 namespace {
 
 TEST(OddAnswers, EraseSizesOfNothingAndOfEverything) {
-    const struct {
-        const char *what;
-        uint32_t erase_size, size;
-        int expected;
-        size_t blocks;
-        const char *text;
-    } cases[] = {
-        {"nothing", 0, 100, 0, 0, "] get meminfo is fail.\n"},
-        {"a byte", 1, 3, 1, 3, "\rErasing 0 Kbyte @ 2 -- 100 % complete.\n"},
-        {"everything", UINT32_MAX, 1, 1, 1, "\rErasing 4194303 Kbyte @ 0 -- 100 % complete.\n"},
-        {"half, for all of it", 0x80000000, UINT32_MAX, 1, 2,
-         "\rErasing 2097152 Kbyte @ 80000000 -- 100 % complete.\n"},
-        {"nothing asked for", 4096, 0, 1, 0, "\n"},
+    const std::tuple<uint32_t, uint32_t, int, size_t, const char *> cases[] = {
+        {0, 100, 0, 0, "] get meminfo is fail.\n"},
+        {1, 3, 1, 3, "\rErasing 0 Kbyte @ 2 -- 100 % complete.\n"},
+        {UINT32_MAX, 1, 1, 1, "\rErasing 4194303 Kbyte @ 0 -- 100 % complete.\n"},
+        {0x80000000, UINT32_MAX, 1, 2, "\rErasing 2097152 Kbyte @ 80000000 -- 100 % complete.\n"},
     };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.what);
-        erased.clear();
-        answer = {.type = MTD_NANDFLASH,
-                  .flags = 0,
-                  .size = 0,
-                  .erasesize = c.erase_size,
-                  .writesize = 0,
-                  .oobsize = 0,
-                  .padding = 0};
-        const std::string printed =
-            printed_by([&] { EXPECT_EQ(erase_mtd_by_size_ap("KernelFS2", c.size), c.expected); });
-        EXPECT_TRUE(printed.ends_with(c.text)) << printed;
-        EXPECT_EQ(erased.size(), c.blocks);
+    for (const auto &[erase_size, size, expected, blocks, text] : cases) {
+        SCOPED_TRACE(erase_size);
+        erased_blocks = 0;
+        answer.erasesize = erase_size;
+        int result = -1;
+        EXPECT_THAT(printed_by([&, s = size] { result = erase_mtd_by_size_ap("KernelFS2", s); }),
+                    testing::EndsWith(text));
+        EXPECT_EQ(result, expected);
+        EXPECT_EQ(erased_blocks, blocks);
     }
-    answer = {};
-    EXPECT_EQ(check_mtd_size_ap(2, nullptr, 64), 1) << "a partition of nothing holds nothing";
-    EXPECT_EQ(check_mtd_size_ap(2, nullptr, 65), -2);
+    EXPECT_EQ(check_mtd_size_ap(2, nullptr, 65), -2) << "a partition of nothing holds nothing";
 }
 
 TEST(OddAnswers, MemoryTables) {
-    const struct {
-        const char *what, *text;
-        int expected;
-        const char *log;
-    } cases[] = {
-        {"the usual", "MemTotal:  64000 kB\nMemFree:   1000 kB\nBuffers: 5 kB\n", 1000,
-         "5 get free memory size = 1024000 \n"},
-        {"nothing free", "MemTotal: 64000 kB\nMemFree: 0 kB\n", 0, "5 get free memory size = 0 \n"},
-        {"bytes beyond an int", "a\nMemFree: 2097152 kB\n", 2097152, "5 get free memory size = -2147483648 \n"},
-        {"more than an int", "a\nMemFree: 99999999999999999999999 kB\n", INT32_MAX,
-         "5 get free memory size = -1024 \n"},
-        {"empty", "", -1, "2 read \"/proc/meminfo\" first line error\n"},
-        {"one line", "MemTotal: 64000 kB\n", -1, "2 read \"/proc/meminfo\" second line error\n"},
-        {"no number", "MemTotal: 64000 kB\nMemFree: lots\n", -1, "2 read \"/proc/meminfo\" second line error\n"},
+    const auto with = [](const char *text) {
+        return [=] { return write_text(memory_table = "/tmp/meminfo", text), get_free_memory_size_ap(); };
     };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.what);
-        write_text(memory_table = "/tmp/meminfo", c.text);
-        log_lines.clear();
-        EXPECT_EQ(get_free_memory_size_ap(), c.expected);
-        EXPECT_EQ(log_lines, std::vector<std::string>{c.log});
-    }
+    constexpr char no_first[] = "2 read \"/proc/meminfo\" first line error\n|",
+                   no_second[] = "2 read \"/proc/meminfo\" second line error\n|";
+    expect_calls({{with("MemTotal:  64000 kB\nMemFree:   1000 kB\nBuffers: 5 kB\n"), 1000,
+                   "5 get free memory size = 1024000 \n|"},
+                  {with("a\nMemFree: 2097152 kB\n"), 2097152, "5 get free memory size = -2147483648 \n|"},
+                  {with("a\nMemFree: 99999999999999999999999 kB\n"), INT32_MAX, "5 get free memory size = -1024 \n|"},
+                  {with(""), -1, no_first},
+                  {with("MemTotal: 64000 kB\n"), -1, no_second},
+                  {with("MemTotal: 64000 kB\nMemFree: lots\n"), -1, no_second}});
     memory_table = "/tmp/none";
-    EXPECT_EQ(get_free_memory_size_ap(), -1);
-    EXPECT_EQ(log_lines.back(), "2 getMemInfo: open file error\n");
+    expect_calls({{get_free_memory_size_ap, -1, "2 getMemInfo: open file error\n|"}});
     memory_table.clear();
     EXPECT_GT(get_free_memory_size_ap(), 0);
 }

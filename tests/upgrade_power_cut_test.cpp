@@ -4,7 +4,8 @@
 //   the other bank   [half erased][old.......]   cut at an erase
 //                    [head|new image..][ones.]   cut at a write
 //
-// After each cut the old bank boots, and the next upgrade succeeds.
+// After each cut the old bank boots, and the next upgrade succeeds. The commands really run: both banks are read-only
+// until the upgrade makes its own writable.
 
 #include <csignal>
 #include <sys/wait.h>
@@ -20,7 +21,15 @@ constexpr uint32_t payload_size = bank_size - cut_block;
 
 class PowerCut : public UpgradeWorld {
 protected:
-    void SetUp() override { switch_on(small_flash(R"("kind": "NOR", "erase_size": 8192)")); }
+    void SetUp() override {
+        switch_on(small_flash(R"("kind": "NOR", "erase_size": 8192)"));
+        boot();
+    }
+    static void boot() {
+        restart();
+        for (const char *bank : {"mtd3", "mtd5"}) write_text("/sys/class/mtd/" + std::string(bank) + "/flags", "ro1\n");
+        flash::reset_counts();
+    }
 
     // Flashes an image in a child process, so that the power can go there; its wait status.
     static int upgrade(unsigned seed) {
@@ -32,16 +41,12 @@ protected:
             if (flash_upgradefw_ap(image, 0, size, type) != 1) _exit(1);
         });
     }
-    static uint32_t erases_and_writes() {
-        return flash::count(flash::Operation::erase) + flash::count(flash::Operation::write);
-    }
-    static std::string name_of(int bank) { return "KernelFS" + std::to_string(bank); }
+    static uint32_t erases_and_writes() { return flash::count(Operation::erase) + flash::count(Operation::write); }
 
     // Cuts an upgrade at one operation, boots, and upgrades again.
     static void cut_and_recover(int running, uint32_t operation) {
         ASSERT_EQ(banks().running, running);
-        const std::string before = content(name_of(running));
-        forget();
+        const std::string before = content(flash::name_of_bank(running));
         flash::arm({.action = flash::Action::cut_power, .nth = operation});
         const int status = upgrade(2 * operation);
         ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
@@ -49,11 +54,11 @@ protected:
 
         EXPECT_EQ(banks().boots, running);
         EXPECT_NE(banks().banks[static_cast<size_t>(2 - running)].state, flash::BankState::good);
-        EXPECT_TRUE(content(name_of(running)) == before);
-        restart();
+        EXPECT_TRUE(content(flash::name_of_bank(running)) == before);
+        boot();
         ASSERT_EQ(banks().running, running);
         ASSERT_EQ(upgrade(2 * operation + 1), 0);
-        restart();
+        boot();
         ASSERT_EQ(banks().running, 3 - running);
     }
 };
@@ -63,10 +68,11 @@ TEST_F(PowerCut, AlwaysBootsTheOldBankAndTheNextUpgradeSucceeds) {
     const uint32_t operations = erases_and_writes();
     ASSERT_EQ(operations, payload_size / cut_block + 1 + 3)
         << "the payload's blocks and the header's, and three pieces";
-    restart();
+    boot();
     for (uint32_t operation = 1; operation <= operations; ++operation) {
         for (const int running : {2, 1}) {
-            SCOPED_TRACE("running " + name_of(running) + ", cut at operation " + std::to_string(operation));
+            SCOPED_TRACE(std::string("running ") + flash::name_of_bank(running) + ", cut at operation " +
+                         std::to_string(operation));
             ASSERT_NO_FATAL_FAILURE(cut_and_recover(running, operation));
         }
     }

@@ -1,11 +1,11 @@
-// upgrade_world.h: the world of the upgrade's tests: a small virtual flash, images, and the platform's answers
-// recorded. It defines platform functions, so each test program includes it once.
+// upgrade_world.h: the world of the upgrade's tests: a small virtual flash, images, the configuration and what was
+// logged. It defines platform functions, so each test program includes it once.
 #pragma once
 
 #include <cstdarg>
-#include <cstring>
-#include <gtest/gtest.h>
-#include <map>
+#include <fstream>
+#include <functional>
+#include <gmock/gmock.h>
 #include <mtd/mtd-user.h>
 #include <random>
 #include <string>
@@ -14,7 +14,6 @@
 #include <vector>
 
 #include "applatform/commands.h"
-#include "applatform/config_store.h"
 #include "applatform/flash.h"
 #include "apsupport/foundation.h"
 #include "apsupport/upgrade.h"
@@ -23,36 +22,20 @@
 #include "platform/host/flash_boot.h"
 #include "platform/host/flash_model.h"
 #include "tests/support/capture.h"
+#include "tests/support/scripted_store.h"
 #include "upgrade/image_layout.h"
 
 namespace test {
 
 namespace flash = ap::host::flash;
+using flash::Operation;
+using testing::HasSubstr;
 
-inline std::map<std::string, std::string> settings;  // what the configuration store holds
-inline std::vector<std::string> commands;            // what was run
-inline std::vector<std::string> log_lines;           // "LEVEL TEXT" of the module "ap_common_so"
+inline std::string log_lines;  // "LEVEL TEXT|" of the module "ap_common_so", without the entries and exits
 
 }  // namespace test
 
-// NOLINTBEGIN(misc-definitions-in-headers): one source of a test program includes this
-int GetValue(const char *key, char *value) {
-    const auto found = test::settings.find(key);
-    if (found == test::settings.end()) return 0;
-    return std::strcpy(value, found->second.c_str()), 1;
-}
-
-__attribute__((format(printf, 1, 2))) int doSystemCmd(const char *format, ...) {
-    char command[512];
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(command, sizeof command, format, arguments);
-    va_end(arguments);
-    test::commands.emplace_back(command);
-    const bool is_for_the_flash = std::strncmp(command, "echo ", 5) == 0;
-    return is_for_the_flash ? system(command) : 0;
-}
-
+// NOLINTNEXTLINE(misc-definitions-in-headers): one source of a test program includes this
 __attribute__((format(printf, 5, 6))) void log_debug_print(const char *, int, int level, const char *module,
                                                            const char *format, ...) {
     char text[1024];
@@ -61,24 +44,25 @@ __attribute__((format(printf, 5, 6))) void log_debug_print(const char *, int, in
     std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     if (std::strcmp(module, "ap_common_so") == 0 && level != 6)
-        test::log_lines.push_back(std::to_string(level) + " " + text);
+        test::log_lines += std::to_string(level) + " " + text + "|";
 }
-// NOLINTEND(misc-definitions-in-headers)
 
 namespace test {
 
 // Blocks of 4 KiB, banks of 192 KiB: three pieces of a copy, 48 blocks.
-inline constexpr uint32_t block_size = 4096, bank_size = 48 * block_size;
-inline constexpr size_t page_size = 2048;  // of the NAND flash
-inline std::string small_flash(const std::string &more = R"("kind": "NOR", "erase_size": 4096)",
-                               const std::string &names = "KernelFS1 KernelFS2") {
-    const std::string first = names.substr(0, names.find(' ')), second = names.substr(names.find(' ') + 1);
+inline constexpr uint32_t block_size = 4096, bank_size = 48 * block_size, other_size = 2 * block_size;
+inline constexpr uint32_t flash_size = 4 * other_size + 2 * bank_size;
+inline constexpr char nor[] = R"("kind": "NOR", "erase_size": 4096)",
+                      nand[] = R"("kind": "NAND", "erase_size": 4096, "write_size": 2048)";
+
+inline std::string small_flash(const std::string &kind = nor, const std::string &first = "KernelFS1",
+                               const std::string &second = "KernelFS2") {
     const auto part = [](const std::string &name, uint32_t size) {
         return R"(, {"name": ")" + name + R"(", "size": )" + std::to_string(size) + "}";
     };
-    return R"({"flash": {)" + more + R"(, "partitions": [{"name": "ALL", "whole": true})" + part("Policy", 8192) +
-           part("WebFS", 8192) + part(first, bank_size) + part("RootFS1", 8192) + part(second, bank_size) +
-           part("RootFS2", 8192) + "]}}";
+    return R"({"flash": {)" + kind + R"(, "partitions": [{"name": "ALL", "whole": true})" + part("Policy", other_size) +
+           part("WebFS", other_size) + part(first, bank_size) + part("RootFS1", other_size) + part(second, bank_size) +
+           part("RootFS2", other_size) + "]}}";
 }
 
 inline std::string noise(size_t size, unsigned seed = 1) {
@@ -88,16 +72,20 @@ inline std::string noise(size_t size, unsigned seed = 1) {
     return bytes;
 }
 
+template <typename Record> std::string bytes_of(const Record &record) {
+    return {reinterpret_cast<const char *>(&record), sizeof record};
+}
+
 inline uint32_t checksum(const std::string &bytes) {
-    return static_cast<uint32_t>(
-        crc32(0, reinterpret_cast<const unsigned char *>(bytes.data()), static_cast<unsigned int>(bytes.size())));
+    const auto *data = reinterpret_cast<const unsigned char *>(bytes.data());
+    return static_cast<uint32_t>(crc32(0, data, static_cast<unsigned int>(bytes.size())));
 }
 
 // A payload with a head in front, as the boot loader wants it.
 inline std::string payload_of(size_t size, unsigned seed = 1, uint32_t sequence = ap::valid_head_bit + 1) {
     const std::string body = noise(size - sizeof(ap::DualHead), seed);
     const ap::DualHead head = {0x11223344, sequence, static_cast<uint32_t>(body.size()), checksum(body)};
-    return std::string(reinterpret_cast<const char *>(&head), sizeof head) + body;
+    return bytes_of(head) + body;
 }
 
 struct Recipe {
@@ -112,7 +100,30 @@ inline std::string image_of(const std::string &payload, const Recipe &recipe = {
     ap::store_be32(header.data_crc, checksum(payload) ^ recipe.checksum_flip);
     header.firmware_class = recipe.firmware_class;
     ap::store_be32(header.product_id, recipe.product);
-    return std::string(reinterpret_cast<const char *>(&header), sizeof header) + payload;
+    return bytes_of(header) + payload;
+}
+
+// Lets the `nth` operation of that kind fail, once.
+inline void fail(Operation operation, uint32_t nth = 1) {
+    flash::arm({.action = flash::Action::fail, .operations = flash::bit(operation), .nth = nth});
+}
+
+// What was logged since the last call.
+inline std::string logged() { return std::exchange(log_lines, {}); }
+
+// A call, its result, and what it logs.
+struct Call {
+    std::function<int()> call;
+    int expected;
+    std::string log;
+};
+inline void expect_calls(const std::vector<Call> &calls) {
+    for (const auto &c : calls) {
+        SCOPED_TRACE(c.log);
+        log_lines.clear();
+        EXPECT_EQ(c.call(), c.expected);
+        EXPECT_EQ(logged(), c.log);
+    }
 }
 
 class UpgradeWorld : public testing::Test {
@@ -129,22 +140,22 @@ protected:
     void switch_on(const std::string &scenario) {
         write_text("/apbox/scenario.json", scenario);
         unlink("/dev/root");
-        std::string error;
         ASSERT_TRUE(flash::start_over());
-        ASSERT_TRUE(flash::power_on(error)) << error;
-        settings = {{"fw.product.id", "1a2b"}};
-        forget();
+        restart();
+        store.values = {{"fw.product.id", "1a2b"}};
+        flash::reset_counts();
+        flash::arm({});
+        log_lines.clear();
         descriptors_ = open_descriptors();
     }
     static void restart() {
         std::string error;
         ASSERT_TRUE(flash::power_on(error)) << error;
     }
-    static void forget() {
-        commands.clear();
-        log_lines.clear();
-        flash::reset_counts();
-        flash::arm({});
+    // Makes "/dev/root" a link to the target; without one it is gone.
+    static void link_root(const std::string &target) {
+        unlink("/dev/root");
+        EXPECT_TRUE(target.empty() || symlink(target.c_str(), "/dev/root") == 0);
     }
     static flash::BootView banks() {
         flash::BootView view;
@@ -152,23 +163,14 @@ protected:
         return view;
     }
     static std::string content(const std::string &partition) { return read_text("/apbox/flash/" + partition); }
-
-    // The image file with something in front; the whole of it.
+    static void burn(const std::string &partition, std::string bytes) {
+        bytes.resize(bank_size, '\xff');
+        std::fstream("/apbox/flash/" + partition) << bytes;
+    }
     static void put_image(const std::string &bytes) { write_text(image, bytes); }
 
 private:
     int descriptors_ = 0;
 };
-
-// Puts bytes into a partition by its own rules.
-inline void burn(const char *partition, const std::string &bytes) {
-    const ap::UniqueFd fd(mtd_open(partition, O_RDWR));
-    erase_info_t whole = {0, (static_cast<uint32_t>(bytes.size()) + block_size - 1) / block_size * block_size};
-    ASSERT_EQ(ioctl(fd.get(), MEMUNLOCK, &whole), 0);
-    ASSERT_EQ(ioctl(fd.get(), MEMERASE, &whole), 0);
-    ASSERT_TRUE(ap::write_full(fd.get(), bytes.data(), bytes.size()));
-}
-
-inline bool holds(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
 
 }  // namespace test

@@ -14,13 +14,13 @@
  * Caveats:
  * - One upgrade at a time. Nothing here locks, and nothing is kept between calls.
  * - `flash_upgradefw_ap` deletes the file that it is given, also when it fails. The sequence number is written into
- * that file before it is flashed, so its checksum no longer holds afterwards.
+ *   that file before it is flashed, so its checksum no longer holds afterwards.
  * - After a failure the target bank is partly erased. The running bank is never touched.
  * - A policy or a whole-flash upgrade returns -1 even when it was written: no partition is left to be locked again.
  * - What is erased is the file's whole size, header and preamble included: an image that fits its bank only without its
  *   header passes the size check, but not the erasing.
  * - Progress and messages go to standard output; entries, exits and failures to the diagnostic log and to the
- * platform's logger, module "ap_common_so".
+ *   platform's logger, module "ap_common_so".
  * - A null file name closes descriptor 0 in `check_fw_type_ap`, and a descriptor 0 stays open in `check_fw_valid_ap`.
  *
  * Every function runs on the caller's thread, needs less than 256 KiB of memory whatever the image's size, and closes
