@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -19,9 +20,12 @@ static void require(bool holds) {
     if (!holds) std::abort();
 }
 
+// A machine without such sockets, as the user emulation of the device's processor is, skips the seeds.
 static const ap::UniqueFd &module_end() {
     static const ap::UniqueFd module = ap::host::open_portal_module();
-    return module;
+    if (module) return module;
+    std::puts("no user-space netlink sockets here");
+    std::exit(77);
 }
 
 // The library waits here: the request is there, and the answer is sent.
@@ -37,7 +41,7 @@ extern "C" int poll(pollfd *waiting, nfds_t count, int) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    require(static_cast<bool>(module_end()));
+    module_end();
     answer = data;
     answer_size = std::min<size_t>(size, 40000);
     constexpr size_t head_size = 16 + 4, record_size = 112;

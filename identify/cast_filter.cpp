@@ -22,7 +22,7 @@ constexpr char log_module[] = "ap_common_so";
 constexpr char filter_path[] = "/dev/castfilter";
 constexpr int failed = 255;
 
-enum Request : unsigned long { enable = 17, disable = 18, set_value = 19, clear = 20 };
+enum Request : int { enable = 17, disable = 18, set_value = 19, clear = 20 };
 enum Command { turn_off = 0, turn_on = 1 };
 
 // Two attempts, since the module may still be loading; the second failure waits as well before it gives up.
@@ -35,37 +35,17 @@ UniqueFd open_filter_dev() {
     return UniqueFd();
 }
 
-// 0, or `failed` after a log line that names `logged_request`.
-int issue(const UniqueFd &device, Request request, int *argument, Request logged_request) {
-    if (ioctl(device.get(), request, argument) >= 0) return 0;
-    FILTER_LOG(2, "ioctl to the kernel error.type %d\n", static_cast<int>(logged_request));
-    return failed;
-}
-
+// 0, or the number under which the refused request is logged.
 int turn_filter_off(const UniqueFd &device) {
     int flag = 0;
-    return issue(device, Request::disable, &flag, Request::disable);
+    return ioctl(device.get(), Request::disable, &flag) < 0 ? Request::disable : 0;
 }
 
-// The failure of the second request is logged with the number of the disabling one.
+// Likewise. A refused value is logged with the number of the disabling request.
 int turn_filter_on(const UniqueFd &device, int value) {
     int flag = 1;
-    const int result = issue(device, Request::enable, &flag, Request::enable);
-    return result != 0 ? result : issue(device, Request::set_value, &value, Request::disable);
-}
-
-int set_filter(int command, int value) {
-    const UniqueFd device = open_filter_dev();
-    if (!device) return failed;
-    if (command == Command::turn_off) return turn_filter_off(device);
-    if (command == Command::turn_on) return turn_filter_on(device, value);
-    FILTER_LOG(2, "type of command is error\n");
-    return 0;
-}
-
-int clear_filter() {
-    const UniqueFd device = open_filter_dev();
-    return device ? issue(device, Request::clear, nullptr, Request::clear) : failed;
+    if (ioctl(device.get(), Request::enable, &flag) < 0) return Request::enable;
+    return ioctl(device.get(), Request::set_value, &value) < 0 ? Request::disable : 0;
 }
 
 }  // namespace
@@ -76,17 +56,29 @@ using namespace ap;
 
 int ap_cast_filter_init(void) {
     AP_PLATFORM_TRACE(log_module);
-    if (std::system("insmod /lib/modules/multi_broad_filter.ko") != 0)
-        FILTER_LOG(2, "insmod /lib/modules/multi_broad_filter.ko failure\n");
+    [[maybe_unused]] const int status = std::system("insmod /lib/modules/multi_broad_filter.ko");
     return 1;
 }
 
 int ap_cast_filter_clear(void) {
     AP_PLATFORM_TRACE(log_module);
-    return clear_filter();
+    const UniqueFd device = open_filter_dev();
+    if (!device) return failed;
+    if (ioctl(device.get(), Request::clear, nullptr) >= 0) return 0;
+    FILTER_LOG(2, "ioctl to the kernel error.type %d\n", Request::clear);
+    return failed;
 }
 
 int ap_cast_filter_set(int command, int value) {
     AP_PLATFORM_TRACE(log_module);
-    return set_filter(command, value);
+    const UniqueFd device = open_filter_dev();
+    if (!device) return failed;
+    if (command != Command::turn_off && command != Command::turn_on) {
+        FILTER_LOG(2, "type of command is error\n");
+        return 0;
+    }
+    const int refused = command == Command::turn_on ? turn_filter_on(device, value) : turn_filter_off(device);
+    if (refused == 0) return 0;
+    FILTER_LOG(2, "ioctl to the kernel error.type %d\n", refused);
+    return failed;
 }

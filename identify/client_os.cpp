@@ -28,7 +28,8 @@ struct UserInfoMessage {
     char mac[18];      // 4
     char os_type[18];  // 22: in the answer
 };
-static_assert(sizeof(UserInfoMessage) == 40 && offsetof(UserInfoMessage, os_type) == 22);
+static_assert(sizeof(UserInfoMessage) == 40 && alignof(UserInfoMessage) == 1 &&
+              offsetof(UserInfoMessage, os_type) == 22);
 
 bool same_text(const char *text, const char *expected) {
     return strncasecmp(text, expected, compared_brand_length) == 0;
@@ -94,8 +95,7 @@ int get_os_info_by_user_info(const char *mac, char *os_out) {
     const HeapPtr<void> owner(answer);
     if (result != 0 || answer == nullptr) return std::printf("%s,%d resp error \n", __func__, __LINE__), failed;
 
-    UserInfoMessage message;
-    std::memcpy(&message, answer, sizeof message);
+    const auto &message = *static_cast<const UserInfoMessage *>(answer);
     const auto answered_mac = field_text(message.mac), os_type = field_text(message.os_type);
     if (le32(message.type) != 0 || answered_mac != field_text(request.mac)) {
         std::printf("%s,%d error resp msg type = %d, pmsg->mac = %.*s, pmsg->ostype = %.*s\n", __func__, __LINE__,

@@ -32,7 +32,7 @@ struct ControllerPacket {
     ControllerHeader header;
     uint8_t payload[portal_message_size];
 };
-static_assert(sizeof(ControllerHeader) == 8 * 2 && sizeof(ControllerPacket) == 16 + 616);
+static_assert(sizeof(ControllerHeader) == size_t{8} * 2 && sizeof(ControllerPacket) == 16 + 616);
 
 bool is_sent(uint32_t type) { return (type >= 1 && type <= 6) || type == 21 || type == 22; }
 
@@ -75,7 +75,7 @@ bool send_manage_packets(const UniqueFd &link, const sockaddr_in &controller, co
 int receive_status(const UniqueFd &link, void *message) {
     uint8_t answer[answer_size];
     if (wait_readable(link.get()) <= 0) return no_answer;
-    const ssize_t length = retry_interrupted([&] { return recv(link.get(), answer, sizeof answer, 0); });
+    const ssize_t length = retry_interrupted([&] { return recv(link.get(), answer, sizeof answer, MSG_DONTWAIT); });
     if (length < static_cast<ssize_t>(sizeof(ControllerHeader) + sizeof(uint32_t))) return no_answer;
     const uint8_t *block = answer + sizeof(ControllerHeader);
     std::memcpy(message, block, std::min(static_cast<size_t>(length) - sizeof(ControllerHeader), portal_message_size));

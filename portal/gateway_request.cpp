@@ -23,7 +23,6 @@ namespace {
 constexpr char left_bracket[] = "\u3010", right_bracket[] = "\u3011";
 constexpr size_t converted_size = 256;
 constexpr size_t message_size = 1024;
-constexpr size_t encoded_size = 1024;
 
 // A text that cannot be converted is left out.
 template <size_t N> void convert(const char (&field)[N], char (&out)[converted_size]) {
@@ -44,7 +43,7 @@ void write_message(const portal_public_info &info, unsigned int code, char (&mes
 bool is_plain(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'); }
 
 // The empty text when it does not fit.
-void url_encode(const char *text, char (&out)[encoded_size]) {
+void url_encode(const char *text, EncodedMessage &out) {
     size_t length = 0;
     for (; *text != '\0'; ++text) {
         char piece[4] = {*text == ' ' ? '+' : *text};
@@ -63,17 +62,19 @@ void url_encode(const char *text, char (&out)[encoded_size]) {
 
 }  // namespace
 
-void write_gateway_request(const portal_public_info &info, uint64_t phone, unsigned int code, char *url,
-                           size_t url_size) {
-    char message[message_size], encoded[encoded_size];
+void encode_message(const portal_public_info &info, unsigned int code, EncodedMessage &encoded) {
+    char message[message_size];
     write_message(info, code, message);
     url_encode(message, encoded);
+}
 
+void write_gateway_request(const portal_public_info &info, uint64_t phone, const EncodedMessage &content, char *url,
+                           size_t url_size) {
     const ConfigValue host("portal.sms_gateway");
     const auto identity = field_text(info.identity), password = field_text(info.password);
     std::snprintf(url, url_size, "http://%s:8009/sys_port/gateway/?id=%.*s&pwd=%.*s&to=%llu&content=%s&time=",
                   host.empty() ? "sms-gateway" : host.c_str(), static_cast<int>(identity.size()), identity.data(),
-                  static_cast<int>(password.size()), password.data(), static_cast<unsigned long long>(phone), encoded);
+                  static_cast<int>(password.size()), password.data(), static_cast<unsigned long long>(phone), content);
 }
 
 }  // namespace ap

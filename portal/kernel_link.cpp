@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "applatform/commands.h"
+#include "apsupport/foundation.h"
 #include "apsupport/portal.h"
 #include "foundation/byte_order.h"
 #include "foundation/file_io.h"
@@ -62,16 +63,15 @@ void fill_header(Message &message, uint16_t type, size_t length) {
     std::memcpy(message.header, &header, sizeof header);
 }
 
-// Bound to the process's id, so that the module can answer to the sender port; a second request at the same time gets a
-// port from the kernel.
+// Bound to the process's id, so that the module can answer to the sender port. Where that is taken, as by another request
+// at the same time, the kernel chooses a port at the send.
 UniqueFd open_portal_socket() {
     UniqueFd channel(socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, portal_protocol));
     if (!channel) return channel;
     sockaddr_nl own = {};
     own.nl_family = AF_NETLINK;
     own.nl_pid = static_cast<uint32_t>(getpid());
-    if (bind(channel.get(), reinterpret_cast<sockaddr *>(&own), sizeof own) != 0 && errno != EADDRINUSE)
-        channel.reset();
+    static_cast<void>(bind(channel.get(), reinterpret_cast<sockaddr *>(&own), sizeof own));
     return channel;
 }
 
@@ -87,18 +87,29 @@ bool send_message(const UniqueFd &channel, Message &message, size_t length) {
     return retry_interrupted([&] { return sendmsg(channel.get(), &request, 0); }) >= 0;
 }
 
-void portal_talking_with_kernel(PortalType type, const void *data, size_t data_length, size_t message_length) {
-    if (data == nullptr || data_length > payload_size) {
-        AP_PORTAL_DEBUG(portal_source, "No message need to be send\n");
-        return;
-    }
+// 0 or `failed`.
+int portal_talking_with_kernel(PortalType type, const void *data, size_t data_length, size_t message_length) {
+    if (data == nullptr || data_length > payload_size)
+        return AP_PORTAL_DEBUG(portal_source, "No message need to be send\n"), failed;
     Message message = {};
     fill_header(message, static_cast<uint16_t>(type), message_length);
     if (data_length != 0) std::memcpy(message.payload, data, data_length);
     const UniqueFd channel = open_portal_socket();
-    if (channel && send_message(channel, message, message_length)) return;
+    if (channel && send_message(channel, message, message_length)) return 0;
     std::printf("%s,%d:Fail to send out msg:%s(%d)\n", "portal_talking_with_kernel", __LINE__, std::strerror(errno),
                 errno);
+    return failed;
+}
+
+// Signals do not prolong the wait.
+bool wait_for_answer(const UniqueFd &channel) {
+    pollfd waiting = {channel.get(), POLLIN, 0};
+    const uint64_t end_ms = get_now_ms() + answer_wait_ms;
+    for (int left_ms = answer_wait_ms; left_ms > 0; left_ms = static_cast<int>(end_ms - get_now_ms())) {
+        const int ready = poll(&waiting, 1, left_ms);
+        if (ready >= 0 || errno != EINTR) return ready > 0;
+    }
+    return false;
 }
 
 // Sends a filled message whole, and waits for the answer, which takes its place. The answer's bytes, or -1.
@@ -109,23 +120,24 @@ ssize_t exchange(Message &message, uint16_t type) {
         std::printf("Fail to send out msg:%s(%d)\n", std::strerror(errno), errno);
         return -1;
     }
-    pollfd waiting = {channel.get(), POLLIN, 0};
-    if (retry_interrupted([&] { return poll(&waiting, 1, answer_wait_ms); }) <= 0) return -1;
+    if (!wait_for_answer(channel)) return -1;
     const ssize_t length =
         retry_interrupted([&] { return recv(channel.get(), &message, sizeof message, MSG_DONTWAIT); });
     if (length < 0) std::printf("Fail to recv msg:%s(%d)\n", std::strerror(errno), errno);
     return length;
 }
 
-// Reads the answer's count, at most the records that arrived, and keeps those in `portal_info`. 0 or `failed`.
-int keep_records(const Message &answer, ssize_t length, uint32_t &count) {
+// Reads the answer's count, at most the records that arrived, and keeps those in `portal_info`. 0 or `failed`, where
+// `function` names the caller in the line about it.
+int keep_records(const char *function, const Message &answer, ssize_t length, uint32_t &count) {
     constexpr size_t count_size = sizeof(uint32_t);
     if (length < static_cast<ssize_t>(header_size + count_size)) return failed;
     const size_t arrived = (static_cast<size_t>(length) - header_size - count_size) / record_size;
     const size_t kept = std::min<size_t>(le32(answer.payload), arrived);
     if (kept != 0) {
         HeapPtr<void> records(std::malloc(kept * record_size));
-        if (!records) return AP_PORTAL_DEBUG(portal_source, "alloc memery is fail\n"), failed;
+        if (!records)
+            return std::printf("Debug->%s: %s(%d)--alloc memery is fail\n", portal_source, function, __LINE__), failed;
         std::memcpy(records.get(), answer.payload + count_size, kept * record_size);
         portal_info = records.release();
     }
@@ -152,16 +164,15 @@ int tpi_ap_portal_handle(unsigned int command, const void *data) {
 
 int ap_portal_online_user_add(const void *data, int length) {
     const size_t data_length = length < 0 ? 0 : static_cast<size_t>(length);
-    portal_talking_with_kernel(PortalType::online_user, length < 0 ? nullptr : data, data_length,
-                               data_length + header_size);
-    return 0;
+    return portal_talking_with_kernel(PortalType::online_user, length < 0 ? nullptr : data, data_length,
+                                      data_length + header_size);
 }
 
 int tpi_ap_portal_get_node_info(unsigned int *count) {
     Message message = {};
     const ssize_t length = exchange(message, static_cast<uint16_t>(PortalType::node_info));
     uint32_t records = 0;
-    if (keep_records(message, length, records) != 0) return failed;
+    if (keep_records(__func__, message, length, records) != 0) return failed;
     if (count != nullptr) *count = records;
     return 0;
 }
@@ -175,5 +186,5 @@ int tpi_ap_portal_del_mac(unsigned int count, const unsigned char (*macs)[6], in
 
     const ssize_t length = exchange(message, static_cast<uint16_t>(type));
     uint32_t records = 0;
-    return keep_records(message, length, records) == 0 && records != 0 ? 0 : failed;
+    return keep_records(__func__, message, length, records) == 0 && records != 0 ? 0 : failed;
 }

@@ -24,13 +24,6 @@ bool connect_to_server(const UniqueFd &link) {
     return connect(link.get(), reinterpret_cast<const sockaddr *>(&server), sizeof server) == 0;
 }
 
-int wait_for_answer(const UniqueFd &link) {
-    const int ready = wait_readable(link.get());
-    if (ready < 0) return AP_PORTAL_ERROR(portal_socket_source, "slelect return error %d\n", ready), failed;
-    if (ready == 0) return AP_PORTAL_ERROR(portal_socket_source, "slelect is  timeout %d\n", ready), failed;
-    return 0;
-}
-
 }  // namespace
 
 }  // namespace ap
@@ -45,7 +38,9 @@ int tpi_connect_with_ap_mng_svr(void *message616) {
     const ssize_t sent =
         retry_interrupted([&] { return send(link.get(), message616, portal_message_size, MSG_NOSIGNAL); });
     if (sent != static_cast<ssize_t>(portal_message_size)) return fail("write to server error");
-    if (wait_for_answer(link) != 0) return failed;
+    const int ready = wait_readable(link.get());
+    if (ready < 0) return AP_PORTAL_ERROR(portal_socket_source, "slelect return error %d\n", ready), failed;
+    if (ready == 0) return AP_PORTAL_ERROR(portal_socket_source, "slelect is  timeout %d\n", ready), failed;
 
     char answer[portal_message_size];
     const ssize_t length = retry_interrupted([&] { return read(link.get(), answer, sizeof answer); });

@@ -116,8 +116,10 @@ int tpi_ap_portal_add_phone_list(struct portal_phone_request *request) {
     *entry = {static_cast<uint32_t>(time(nullptr)), code, request->phone, nullptr};
     replace_entries(entry);
 
+    EncodedMessage content;
+    encode_message(public_info, code, content);
     if (public_info.build_request != build_request) return 0;
-    write_gateway_request(public_info, request->phone, code, request->url, sizeof request->url);
+    write_gateway_request(public_info, request->phone, content, request->url, sizeof request->url);
     AP_PORTAL_DEBUG(portal_source, "======url = %s\n", request->url);
     return 0;
 }

@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <dlfcn.h>
 #include <filesystem>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
@@ -17,27 +16,21 @@
 
 namespace {
 
-std::vector<std::string> log_lines;  // "LEVEL TEXT"
+std::string log_text;  // "LEVEL FUNCTION TEXT|" a line
 unsigned long refused_request = 0;
-
-std::vector<std::string> framed(std::vector<std::string> lines) {
-    lines.insert(lines.begin(), "6 function entry!");
-    lines.emplace_back("6 function exit!");
-    return lines;
-}
 
 constexpr char state_path[] = "/var/run/cast_filter";
 
 }  // namespace
 
-extern "C" void log_debug_print(const char *, int, int level, const char *module, const char *format, ...) {
+extern "C" void log_debug_print(const char *function, int, int level, const char *module, const char *format, ...) {
     char text[256];
     va_list arguments;
     va_start(arguments, format);
     std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     EXPECT_STREQ(module, "ap_common_so");
-    log_lines.push_back(std::to_string(level) + " " + text);
+    log_text += std::to_string(level) + " " + function + " " + text + "|";
 }
 
 // The refused request fails; every other one reaches the device.
@@ -49,75 +42,68 @@ int scripted_ioctl(int fd, unsigned long request, void *argument) {
 
 namespace {
 
+enum Command { clear = -1, off, on, unknown };
+
 class CastFilter : public testing::Test {
 protected:
-    void SetUp() override {
-        log_lines.clear();
-        std::filesystem::remove_all(state_path);
+    void SetUp() override { std::filesystem::remove_all(state_path); }
+
+    // Between its entry and its exit, the call logs `line`, which begins with the function that logs it.
+    static void expect(int command, int value, int result, const std::string &line) {
+        log_text.clear();
+        EXPECT_EQ(command == clear ? ap_cast_filter_clear() : ap_cast_filter_set(command, value), result);
+        const std::string own = command == clear ? "6 ap_cast_filter_clear " : "6 ap_cast_filter_set ";
+        EXPECT_EQ(log_text,
+                  own + "function entry!|" + (line.empty() ? "" : "2 " + line + "\n|") + own + "function exit!|");
     }
 };
 
 TEST_F(CastFilter, EachCallLeavesItsMarkOnTheDevice) {
+    const std::string refusal = " ioctl to the kernel error.type ";
     const struct {
         const char *what;
-        int command, value;  // command -1: clear
-        std::string state;
-        std::vector<std::string> lines;
+        int command, value;
+        unsigned long refused;
+        std::string state, line;
     } steps[] = {
-        {"on", 1, 7, "enabled 1 value 7 cleared 0\n", {}},
-        {"another value", 1, -2147483647 - 1, "enabled 1 value -2147483648 cleared 0\n", {}},
-        {"off", 0, 9, "enabled 0 value -2147483648 cleared 0\n", {}},
-        {"clear", -1, 0, "enabled 0 value 0 cleared 1\n", {}},
-        {"no such command", 2, 5, "enabled 0 value 0 cleared 1\n", {"2 type of command is error\n"}},
-        {"nor this one", -5, 5, "enabled 0 value 0 cleared 1\n", {"2 type of command is error\n"}},
+        {"on", on, 7, 0, "enabled 1 value 7 cleared 0\n", ""},
+        {"another value", on, -2147483647 - 1, 0, "enabled 1 value -2147483648 cleared 0\n", ""},
+        {"off, refused", off, 9, 18, "enabled 1 value -2147483648 cleared 0\n", "ap_cast_filter_set" + refusal + "18"},
+        {"off", off, 9, 0, "enabled 0 value -2147483648 cleared 0\n", ""},
+        {"clear, refused", clear, 0, 20, "enabled 0 value -2147483648 cleared 0\n",
+         "ap_cast_filter_clear" + refusal + "20"},
+        {"clear", clear, 0, 0, "enabled 0 value 0 cleared 1\n", ""},
+        {"no such command", unknown, 5, 0, "enabled 0 value 0 cleared 1\n",
+         "ap_cast_filter_set type of command is error"},
+        {"on, refused", on, 5, 17, "enabled 0 value 0 cleared 1\n", "ap_cast_filter_set" + refusal + "17"},
+        {"its value refused, logged as off", on, 5, 19, "enabled 1 value 0 cleared 1\n",
+         "ap_cast_filter_set" + refusal + "18"},
     };
     const int descriptors = test::open_descriptors();
     for (const auto &step : steps) {
         SCOPED_TRACE(step.what);
-        log_lines.clear();
-        EXPECT_EQ(step.command == -1 ? ap_cast_filter_clear() : ap_cast_filter_set(step.command, step.value), 0);
+        refused_request = step.refused;
+        expect(step.command, step.value, step.refused == 0 ? 0 : 255, step.line);
         EXPECT_EQ(test::read_text(state_path), step.state);
-        EXPECT_EQ(log_lines, framed(step.lines));
     }
+    refused_request = 0;
     EXPECT_EQ(test::open_descriptors(), descriptors);
 }
 
 TEST_F(CastFilter, ADeviceThatNeverOpensIsGivenUpAfterThreeSeconds) {
     std::filesystem::create_directory(state_path);
-    for (const int command : {-1, 0, 1, 2}) {
+    for (const int command : {clear, off, on, unknown}) {
         SCOPED_TRACE(command);
-        log_lines.clear();
         const test::FakeClock clock;
-        EXPECT_EQ(command == -1 ? ap_cast_filter_clear() : ap_cast_filter_set(command, 1), 255);
+        expect(command, 1, 255, "open_filter_dev open /dev/castfilter failure");
         EXPECT_EQ(clock.waits_ms(), (std::vector<int64_t>{1000, 2000}));
-        EXPECT_EQ(log_lines, framed({"2 open /dev/castfilter failure\n"}));
     }
 }
 
-TEST_F(CastFilter, ARefusedValueIsLoggedAsTheDisablingRequest) {
-    const struct {
-        unsigned long refused;
-        int command;
-        const char *line, *state;
-    } cases[] = {{17, 1, "2 ioctl to the kernel error.type 17\n", ""},
-                 {18, 0, "2 ioctl to the kernel error.type 18\n", ""},
-                 {19, 1, "2 ioctl to the kernel error.type 18\n", "enabled 1 value 0 cleared 0\n"},
-                 {20, -1, "2 ioctl to the kernel error.type 20\n", ""}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.refused);
-        SetUp();
-        refused_request = c.refused;
-        EXPECT_EQ(c.command == -1 ? ap_cast_filter_clear() : ap_cast_filter_set(c.command, 4), 255);
-        refused_request = 0;
-        EXPECT_EQ(log_lines, framed({c.line}));
-        EXPECT_EQ(test::read_text(state_path), c.state);
-    }
-}
-
-TEST_F(CastFilter, TheModuleIsLoadedByACommand) {
+TEST_F(CastFilter, ItsModuleMayFailToLoad) {
+    log_text.clear();
     EXPECT_EQ(ap_cast_filter_init(), 1);
-    EXPECT_EQ(log_lines.front(), "6 function entry!");
-    EXPECT_EQ(log_lines.back(), "6 function exit!");
+    EXPECT_EQ(log_text, "6 ap_cast_filter_init function entry!|6 ap_cast_filter_init function exit!|");
 }
 
 }  // namespace

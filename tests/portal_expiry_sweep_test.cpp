@@ -9,9 +9,11 @@ namespace {
 
 using test::Bytes;
 
-// 2024-1-1 0:0 UTC and later; each sweep lies far enough behind the one before.
-int64_t now_s = 1704067200;
-int64_t later() { return now_s += 100'000; }
+// A whole minute, 2024-1-1 0:0 UTC and later, far enough behind the sweep before.
+int64_t later() {
+    static int64_t now_s = 1704067200;
+    return now_s += 86'400;
+}
 
 std::string date_of(int64_t seconds) {
     char text[32];
@@ -21,62 +23,51 @@ std::string date_of(int64_t seconds) {
     return text;
 }
 
+void add_with_devices(const std::string &name, const std::string &expiry_date, unsigned int devices) {
+    ASSERT_EQ(test::add({.name = name, .shared = 1, .expiry_date = expiry_date}), 0);
+    for (unsigned int i = 0; i < devices; ++i) ASSERT_EQ(test::log_in(name, test::mac_number(i)), 15);
+}
+
 struct Sweeper {
     test::FrameLink link;
     portal_kick_batch batch = {};
+    Bytes macs;  // of all frames
 
-    Sweeper() {
-        batch.head = {7, 99, static_cast<uint32_t>(link.near.get()), 0x1234, {192, 168, 0, 1}, {2, 1, 1, 1, 1, 1}};
+    // Sweeps at that time; the MACs' number in each frame.
+    std::vector<size_t> run(int64_t now_s) {
+        const test::FakeClock clock(now_s);
+        batch.head = {7, 99, link.socket(), 0x1234, {192, 168, 0, 1}, {2, 1, 1, 1, 1, 1}};
         std::memset(batch.macs, 0xEE, sizeof batch.macs);
-    }
-    // The MACs of each frame that went out.
-    std::vector<Bytes> run() {
         tpi_web_user_timeout(&batch);
-        std::vector<Bytes> batches;
-        for (Bytes frame; !(frame = test::received_by(link.far.get())).empty();)
-            batches.emplace_back(frame.begin() + 100, frame.end());
-        return batches;
+        std::vector<size_t> sizes;
+        for (Bytes frame; !(frame = link.next_frame()).empty(); sizes.push_back((frame.size() - 100) / 6))
+            macs.insert(macs.end(), frame.begin() + 100, frame.end());
+        return sizes;
     }
 };
 
-Bytes macs_from_to(unsigned int first, unsigned int last) {  // the newest device comes first
-    Bytes macs;
-    for (unsigned int i = first; i + 1 > last; --i) {
-        const uint8_t mac[] = {2, 0, 0, 0, static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i)};
-        macs.insert(macs.end(), std::begin(mac), std::end(mac));
-        if (i == 0) break;
-    }
-    return macs;
-}
-
 TEST(ExpirySweep, KicksInBatchesOfHundredAndSeventy) {
-    const struct {
-        unsigned int devices;
-        std::vector<size_t> batches;
-        uint32_t left;  // in the batch afterwards
-    } cases[] = {{0, {}, 0}, {1, {1}, 1}, {169, {169}, 169}, {170, {170}, 0}, {171, {170, 1}, 1}, {340, {170, 170}, 0}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.devices);
-        const int64_t expiry = later() / 60 * 60;
+    const std::pair<unsigned int, std::vector<size_t>> cases[] = {{0, {}},      {1, {1}},        {169, {169}},
+                                                                  {170, {170}}, {171, {170, 1}}, {340, {170, 170}}};
+    for (const auto &[devices, batches] : cases) {
+        SCOPED_TRACE(devices);
+        const int64_t expiry = later();
         {
             const test::FakeClock before(expiry);
-            ASSERT_EQ(test::add({.name = "crowd", .shared = 1, .expiry_date = date_of(expiry)}), 0);
-            for (unsigned int i = 0; i < c.devices; ++i) ASSERT_EQ(test::log_in("crowd", test::mac_number(i)), 15);
-            Sweeper early;
-            EXPECT_TRUE(early.run().empty());  // not earlier than now
-            EXPECT_EQ(test::state_of("crowd"), c.devices == 0 ? 0 : 1);
+            add_with_devices("crowd", date_of(expiry), devices);
         }
-        const test::FakeClock after(expiry + 61);
         Sweeper sweeper;
-        const auto batches = sweeper.run();
-        ASSERT_EQ(batches.size(), c.batches.size());
-        unsigned int next = c.devices - 1;
-        for (size_t i = 0; i < batches.size(); ++i) {
-            const auto size = static_cast<unsigned int>(c.batches[i]);
-            EXPECT_TRUE(batches[i] == macs_from_to(next, next + 1 - size));
-            next -= size;
+        EXPECT_TRUE(sweeper.run(expiry).empty());  // not earlier than now
+        EXPECT_EQ(test::state_of("crowd"), devices == 0 ? 0 : 1);
+        EXPECT_EQ(sweeper.run(expiry + 61), batches);
+        ASSERT_EQ(sweeper.macs.size(), size_t{6} * devices);
+        for (unsigned int i = 0; i < devices; ++i) {  // the newest comes first
+            const unsigned int number = devices - 1 - i;
+            const uint8_t mac[] = {2, 0, 0, 0, static_cast<uint8_t>(number >> 8), static_cast<uint8_t>(number)};
+            EXPECT_EQ(std::memcmp(&sweeper.macs[size_t{6} * i], mac, sizeof mac), 0) << i;
         }
-        EXPECT_EQ(sweeper.batch.head.count, c.left);
+        EXPECT_EQ(sweeper.batch.head.count, devices % 170);
+        EXPECT_EQ(sweeper.batch.macs[devices % 170][0], 0);  // the rest of the batch is empty
         EXPECT_EQ(test::state_of("crowd"), 2);
         EXPECT_EQ(test::log_in("crowd", test::mac_number(0)), 13);
         EXPECT_EQ(test::log_out("crowd", test::mac_number(0)), 255);
@@ -85,36 +76,24 @@ TEST(ExpirySweep, KicksInBatchesOfHundredAndSeventy) {
 }
 
 TEST(ExpirySweep, RunsWhenTheClockMovedByMoreThanAMinuteEitherWay) {
-    const struct {
-        const char *what;
-        int64_t step_s;
-        bool sweeps;
-    } cases[] = {{"at once again", 0, false},
-                 {"a minute on", 60, false},
-                 {"and a second", 61, true},
-                 {"a minute back", -60, false},
-                 {"and a second back", -61, true}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.what);
-        const int64_t start = later() / 60 * 60;
+    for (const int64_t step_s : {0, 60, 61, -60, -61}) {
+        SCOPED_TRACE(step_s);
+        const int64_t start = later();
+        Sweeper sweeper;
+        sweeper.run(start);
         {
-            const test::FakeClock clock(start);
-            Sweeper().run();
+            const test::FakeClock before(start - 3600);
+            add_with_devices("late", date_of(start - 1800), 1);
         }
-        {
-            const test::FakeClock clock(start - 3600);
-            ASSERT_EQ(test::add({.name = "late", .shared = 1, .expiry_date = date_of(start - 1800)}), 0);
-            ASSERT_EQ(test::log_in("late", test::mac_number(1)), 15);
-        }
-        const test::FakeClock clock(start + c.step_s);
-        EXPECT_EQ(Sweeper().run().size(), c.sweeps ? 1U : 0U);
-        EXPECT_EQ(test::state_of("late"), c.sweeps ? 2 : 1);
+        const bool sweeps = std::abs(step_s) > 60;
+        EXPECT_EQ(sweeper.run(start + step_s).size(), sweeps ? 1U : 0U);
+        EXPECT_EQ(test::state_of("late"), sweeps ? 2 : 1);
         EXPECT_EQ(test::remove("late"), 0);
     }
 }
 
 TEST(ExpirySweep, WalksEveryBucketAndSparesWhoIsNotDue) {
-    const int64_t start = later() / 60 * 60;
+    const int64_t start = later();
     const struct {
         const char *name;
         int64_t expiry_s;  // 0: none
@@ -123,20 +102,9 @@ TEST(ExpirySweep, WalksEveryBucketAndSparesWhoIsNotDue) {
                     {"zack", start, 2},  {"Abel", start + 60, 1}, {"Adam", 0, 1},      {"7up", start + 3600, 1}};
     {
         const test::FakeClock before(start);
-        for (const auto &a : accounts) {
-            ASSERT_EQ(
-                test::add({.name = a.name, .shared = 1, .expiry_date = a.expiry_s == 0 ? "" : date_of(a.expiry_s)}), 0);
-            ASSERT_EQ(test::log_in(a.name, test::mac_number(5)), 15);
-        }
+        for (const auto &a : accounts) add_with_devices(a.name, a.expiry_s == 0 ? "" : date_of(a.expiry_s), 1);
     }
-    const test::FakeClock after(start + 60);
-    Sweeper sweeper;
-    const auto batches = sweeper.run();
-    ASSERT_EQ(batches.size(), 1U);
-    EXPECT_EQ(batches[0].size(), size_t{5} * 6);
-    EXPECT_EQ(test::hex({batches[0].begin(), batches[0].begin() + 6}), "020000000005");
-    EXPECT_EQ(sweeper.batch.head.type, 7U);
-    EXPECT_EQ(sweeper.batch.macs[5][0], 0);  // the rest of the batch is empty
+    EXPECT_EQ(Sweeper().run(start + 60), std::vector<size_t>{5});
     for (const auto &a : accounts) {
         SCOPED_TRACE(a.name);
         EXPECT_EQ(test::state_of(a.name), a.state);

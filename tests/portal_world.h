@@ -1,5 +1,5 @@
-// portal_world.h: what the portal's tests share: accounts as records, requests, the kernel module's end of the channel,
-// and a socket on which broadcast frames arrive.
+// portal_world.h: what the portal's tests share: accounts as records, requests, a socket on which broadcast frames
+// arrive, and a server's answer to a datagram.
 #pragma once
 
 #include <cstring>
@@ -12,8 +12,8 @@
 
 #include "apsupport/portal.h"
 #include "foundation/byte_order.h"
+#include "foundation/owned.h"
 #include "foundation/text.h"
-#include "platform/host/portal_netlink.h"
 
 namespace test {
 
@@ -55,19 +55,15 @@ inline portal_web_request request_of(const std::string &name, const std::string 
     fill_field(request.mac, mac);
     return request;
 }
+inline const portal_web_request *at(const portal_web_request &request) { return &request; }
 
 inline int log_in(const std::string &name, const std::string &mac, const std::string &password = "secret") {
-    const portal_web_request request = request_of(name, mac, password);
-    return tpi_ap_portal_check_web_user(&request);
+    return tpi_ap_portal_check_web_user(at(request_of(name, mac, password)));
 }
 inline int log_out(const std::string &name, const std::string &mac) {
-    const portal_web_request request = request_of(name, mac);
-    return tpi_ap_portal_modify_web_user_state(&request);
+    return tpi_ap_portal_modify_web_user_state(at(request_of(name, mac)));
 }
-inline int remove(const std::string &name) {
-    const portal_web_request request = request_of(name);
-    return tpi_ap_portal_del_web_user(&request);
-}
+inline int remove(const std::string &name) { return tpi_ap_portal_del_web_user(at(request_of(name))); }
 // -1 for an unknown name.
 inline int state_of(const std::string &name) {
     portal_web_request request = request_of(name);
@@ -81,59 +77,57 @@ inline std::string mac_number(unsigned int number) {
     return text;
 }
 
-inline std::string hex(const Bytes &bytes) {
-    std::string text;
-    for (const uint8_t byte : bytes) {
-        char pair[3];
-        std::snprintf(pair, sizeof pair, "%02x", byte);
-        text += pair;
-    }
-    return text;
+// Bytes from 0, 7, 14, ... on.
+inline Bytes counted(size_t size) {
+    Bytes bytes(size);
+    for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<uint8_t>(i * 7);
+    return bytes;
+}
+inline void put(Bytes &bytes, size_t at, const Bytes &piece) {
+    std::copy(piece.begin(), piece.end(), bytes.begin() + static_cast<long>(at));
+}
+inline Bytes joined(Bytes bytes, const Bytes &more) {
+    bytes.insert(bytes.end(), more.begin(), more.end());
+    return bytes;
+}
+
+// One of the portal's lines on standard output, as of file "portal" in "Debug->src/ap_portal/portal.c: ...".
+inline testing::Matcher<const std::string &> line(const std::string &kind, const std::string &file,
+                                                  const std::string &function, const std::string &text) {
+    return testing::MatchesRegex(kind + "->src/ap_portal/" + file + ".c: " + function + "\\([0-9]+\\)--" + text);
 }
 
 // The next datagram of a socket; empty when none has come.
-inline Bytes received_by(int fd) {
+inline Bytes received_by(int fd, int flags = MSG_DONTWAIT, sockaddr *sender = nullptr, socklen_t *size = nullptr) {
     Bytes bytes(65536);
-    const ssize_t length = recv(fd, bytes.data(), bytes.size(), MSG_DONTWAIT);
+    const ssize_t length = recvfrom(fd, bytes.data(), bytes.size(), flags, sender, size);
     bytes.resize(length < 0 ? 0 : static_cast<size_t>(length));
     return bytes;
+}
+
+// Answers the next datagram of a socket, for at most five seconds; the datagram.
+template <typename Address> Bytes answer_next(int fd, const Bytes &answer) {
+    const timeval limit = {5, 0};
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    Address from = {};
+    socklen_t size = sizeof from;
+    auto *const sender = reinterpret_cast<sockaddr *>(&from);
+    Bytes question = received_by(fd, 0, sender, &size);
+    sendto(fd, answer.data(), answer.size(), 0, sender, size);
+    return question;
 }
 
 // A pair of datagram sockets in place of the raw one.
 struct FrameLink {
     FrameLink() {
-        int ends[2];
-        if (socketpair(AF_UNIX, SOCK_DGRAM, 0, ends) != 0) return;
+        int ends[2] = {-1, -1};
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, ends), 0);
         near.reset(ends[0]);
         far.reset(ends[1]);
     }
+    uint32_t socket() const { return static_cast<uint32_t>(near.get()); }
+    Bytes next_frame() const { return received_by(far.get()); }
     ap::UniqueFd near, far;
-};
-
-// The kernel module's end of netlink protocol 29.
-struct PortalModule {
-    ap::UniqueFd fd = ap::host::open_portal_module();
-
-    // A request whose sender is waited for at most five seconds; empty when none came.
-    Bytes next(uint32_t &sender) const {
-        const timeval limit = {5, 0};
-        setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-        Bytes bytes(65536);
-        sockaddr_nl from = {};
-        socklen_t size = sizeof from;
-        const ssize_t length =
-            recvfrom(fd.get(), bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr *>(&from), &size);
-        sender = from.nl_pid;
-        bytes.resize(length < 0 ? 0 : static_cast<size_t>(length));
-        return bytes;
-    }
-    void answer(uint32_t receiver, const Bytes &payload) const {
-        Bytes message(16);
-        ap::store_le(message.data(), static_cast<uint32_t>(16 + payload.size()));
-        message.insert(message.end(), payload.begin(), payload.end());
-        const sockaddr_nl to = ap::host::netlink_address(receiver);
-        sendto(fd.get(), message.data(), message.size(), 0, reinterpret_cast<const sockaddr *>(&to), sizeof to);
-    }
 };
 
 }  // namespace test

@@ -1,4 +1,4 @@
-// quiet.h: what the upgrade's fuzz targets share: files for the library to read, and silence.
+// quiet.h: what fuzz targets share: files for the library to read, and silence.
 #pragma once
 
 #include <cstdint>

@@ -32,7 +32,7 @@ extern void *portal_info;
    (112), 5 (20736), 6 (312). Other commands do nothing. Always 0. */
 int tpi_ap_portal_handle(unsigned int command, const void *data);
 
-/* Announces an online user: `length` bytes, at most 30704. Always 0. */
+/* Announces an online user: `length` bytes, at most 30704. 255 when they could not be sent. */
 int ap_portal_online_user_add(const void *data, int length);
 
 /* Asks for the online clients, for at most 2 seconds. 0 and their number, with `portal_info` filled unless it is 0; 255
