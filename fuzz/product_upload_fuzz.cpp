@@ -1,5 +1,5 @@
 // product_upload_fuzz.cpp: any bytes as an uploaded configuration. What was written to the two default files is the
-// text around its first marker, and the unit's own keys stand behind the first part.
+// text around its first marker, up to a byte 0, and the unit's own keys stand behind the first part.
 
 #include <algorithm>
 #include <cstdlib>
@@ -28,7 +28,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const int result = systool_file_handle(2, text.empty() ? &none : text.data(), static_cast<int>(text.size()));
     if (result != 0) std::abort();
 
-    const std::string whole(text.begin(), text.end()), marker = "##the public configure end##";
+    const std::string whole(text.begin(), std::find(text.begin(), text.end(), '\0')),
+        marker = "##the public configure end##";
     const size_t at = whole.find(marker);
     const bool is_split = at != std::string::npos;
     const std::string defaults = read_text("/webroot/default.cfg"), expected = is_split ? whole.substr(0, at) : "";

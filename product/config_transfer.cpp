@@ -85,8 +85,8 @@ using namespace ap;
 int systool_file_handle(int type, char *buffer, int length) {
     AP_PLATFORM_TRACE(log_module);
     AP_PLATFORM_LOG(5, log_module, "type:%d.", type);
-    const bool has_buffer = buffer != nullptr && length >= 0;
     if (type == FileType::download && buffer != nullptr) return prepare_download(buffer);
-    if (type == FileType::upload && has_buffer) return take_upload({buffer, static_cast<size_t>(length)});
+    if (type == FileType::upload && buffer != nullptr && length >= 0)
+        return take_upload({buffer, strnlen(buffer, static_cast<size_t>(length))});
     return AP_PLATFORM_LOG(2, log_module, "invalid type!"), -1;
 }

@@ -82,16 +82,21 @@ void set_default_member(const cJSON *member) {
     const std::string_view name = member->string;
     if (name == "model" && is_text(member)) return set_model(member->valuestring);
     if (name == "vendor" && is_text(member)) return set_vendor(member->valuestring);
-    if (!cJSON_IsObject(member)) return set_text_or_number(member->string, member);
-    if (name == "services") return;
-    AP_CONSOLE(Colour::white, "set subgroup[%s] default config", member->string);
-    set_texts_and_numbers(member);
+    set_text_or_number(member->string, member);
 }
+
+bool is_subgroup(const cJSON *member) { return cJSON_IsObject(member) && std::strcmp(member->string, "services") != 0; }
 
 void set_product_default_config(const cJSON *product) {
     const cJSON *member = nullptr;
     cJSON_ArrayForEach(member, product) {
-        if (!is_empty(member->string)) set_default_member(member);
+        if (is_empty(member->string)) continue;
+        if (!is_subgroup(member)) {
+            set_default_member(member);
+            continue;
+        }
+        AP_CONSOLE(Colour::white, "set subgroup[%s] default config", member->string);
+        set_texts_and_numbers(member);
     }
     AP_CONSOLE(Colour::white, "set product defaut config finished!");
 }

@@ -4,6 +4,7 @@
 #include <ctime>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <sstream>
 #include <sys/shm.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -17,62 +18,20 @@ using namespace test;
 namespace fs = std::filesystem;
 
 // Files that the library, its commands and its platform write to, and some that nothing may write to.
-constexpr const char *written_files[] = {"/etc/passwd",
-                                         "/etc/tmp.cfg",
-                                         "/etc/tmp_url.cfg",
-                                         "/etc/policy.cfg",
-                                         "/etc/policy_bak.cfg",
-                                         "/etc/lan.cfg",
-                                         "/etc/lan.ini",
-                                         "/etc/lan_wan_port",
-                                         "/etc/wan1.ini",
-                                         "/etc/wan42.ini",
-                                         "/etc/ipv6_wan1.ini",
-                                         "/etc/profile.json",
-                                         "/etc/prodversion.cfg",
-                                         "/etc/init_gpio.sh",
-                                         "/etc/wm_config/all_chan_measure.json",
-                                         "/var/debug.x.log",
-                                         "/var/logs.txt",
-                                         "/var/static_route",
-                                         "/var/upnpmap",
-                                         "/var/type_identify.json",
-                                         "/var/sta_encode_ssid_cache",
-                                         "/var/run/id.shm",
-                                         "/var/run/shm.prod.debug.info",
-                                         "/var/run/cfm.db",
-                                         "/var/socket/x",
-                                         "/tmp/ap_portal.socket",
-                                         "/tmp/attack",
-                                         "/run/attack",
-                                         "/cfg/policy.cfg",
-                                         "/cfg/cfm.cfg",
-                                         "/cfg/log/log.tar.gz",
-                                         "/mnt/s_brcmnand/mac_web_x",
-                                         "/webroot/default.cfg",
-                                         "/webroot/default_url.cfg",
-                                         "/webroot/images/push_images/x",
-                                         "/webroot_ro/default.cfg",
-                                         "/dev/castfilter",
-                                         "/dev/mtd0",
-                                         "/dev/shm/attack",
-                                         "/proc/mtd",
-                                         "/proc/watchdog",
-                                         "/proc/watchdog_cmd",
-                                         "/proc/watchdog_kick",
-                                         "/proc/km/km_online_ip",
-                                         "/proc/net/km_online_ip",
-                                         "/proc/kv_wlan/private_ie/private_ie",
-                                         "/proc/kv_wlan/private_ie/private_ie_98",
-                                         "/proc/sys/net/netfilter/nf_conntrack_expect_max",
-                                         "/sys/class/mtd/mtd0/flags",
-                                         "/sys/class/net/br0/brif/eth0/in_multicast_limit",
-                                         "/sys/devices/virtual/misc/ugw_gpio/gpio_base/gpio0/active_low",
-                                         "/lib/modules/ap_portal.ko",
-                                         "/sbin/wifi_rmmod.sh",
-                                         "/root/attack",
-                                         "/home/attack",
-                                         "/attack"};
+constexpr const char *written_files =
+    "/etc/passwd /etc/tmp.cfg /etc/tmp_url.cfg /etc/policy.cfg /etc/policy_bak.cfg /etc/lan.cfg /etc/lan.ini "
+    "/etc/lan_wan_port /etc/wan1.ini /etc/wan42.ini /etc/ipv6_wan1.ini /etc/profile.json /etc/prodversion.cfg "
+    "/etc/init_gpio.sh /etc/wm_config/all_chan_measure.json /var/debug.x.log /var/logs.txt /var/static_route "
+    "/var/upnpmap /var/type_identify.json /var/sta_encode_ssid_cache /var/run/id.shm /var/run/shm.prod.debug.info "
+    "/var/run/cfm.db /var/socket/x /tmp/ap_portal.socket /tmp/attack /run/attack /cfg/policy.cfg /cfg/cfm.cfg "
+    "/cfg/log/log.tar.gz /mnt/s_brcmnand/mac_web_x /webroot/default.cfg /webroot/default_url.cfg "
+    "/webroot/images/push_images/x /webroot_ro/default.cfg /dev/castfilter /dev/mtd0 /dev/shm/attack /proc/mtd "
+    "/proc/watchdog /proc/watchdog_cmd /proc/watchdog_kick /proc/km/km_online_ip /proc/net/km_online_ip "
+    "/proc/kv_wlan/private_ie/private_ie /proc/kv_wlan/private_ie/private_ie_98 "
+    "/proc/sys/net/netfilter/nf_conntrack_expect_max /sys/class/mtd/mtd0/flags "
+    "/sys/class/net/br0/brif/eth0/in_multicast_limit "
+    "/sys/devices/virtual/misc/ugw_gpio/gpio_base/gpio0/active_low /lib/modules/ap_portal.ko /sbin/wifi_rmmod.sh "
+    "/root/attack /home/attack /attack";
 
 // Each is a command in the box, with the machine's process number of a victim in $1 and the checkout in $2.
 struct Attack {
@@ -112,32 +71,20 @@ struct Attack {
     {"remove everything", "rm -rf /etc /var /cfg /mnt /webroot /home /root /boot /opt /srv /usr /lib", false},
 };
 
-std::string output_of(const char *command) {
-    FILE *output = popen(command, "r");
-    std::string text;
-    for (int c = 0; output != nullptr && (c = std::fgetc(output)) != EOF;) text.push_back(static_cast<char>(c));
-    if (output != nullptr) pclose(output);
-    return text;
-}
-
-// What a file is for everyone outside: absent, or its time and content.
-std::string look_at(const fs::path &path) {
-    std::error_code error;
-    const auto time = fs::last_write_time(path, error);
-    if (error) return "absent";
-    const bool is_kernels = path.string().starts_with("/proc/") || path.string().starts_with("/sys/");
-    return (is_kernels ? "" : std::to_string(time.time_since_epoch().count())) + " " + read_text(path);
-}
-
-// The machine, as far as the attacks could change it.
+// The machine, as far as the attacks could change it: each file's absence, or its time and content, and some lists.
 std::vector<std::string> look_at_machine() {
     std::vector<std::string> facts;
-    for (const char *path : written_files) facts.push_back(std::string(path) + ": " + look_at(path));
-    for (const char *command :
-         {"hostname", "cat /proc/sys/kernel/panic /proc/sys/net/ipv4/ip_forward /proc/modules 2>&1",
-          "ls -la /dev /usr /usr/bin", "ls -A / /cfg /webroot /boot /home /srv 2>&1", "cat /proc/mounts",
-          "ip -o addr 2>/dev/null | grep -v valid_lft"})
-        facts.push_back(output_of(command));
+    std::istringstream files(written_files);
+    for (std::string file; files >> file;) {
+        std::error_code error;
+        const auto time = fs::last_write_time(file, error).time_since_epoch().count();
+        const bool is_kernels = file.starts_with("/proc/") || file.starts_with("/sys/");
+        facts.push_back(file + ": " + (error ? "absent" : std::to_string(is_kernels ? 0 : time) + read_text(file)));
+    }
+    for (const char *command : {"hostname", "cat /proc/sys/kernel/panic /proc/sys/net/ipv4/ip_forward /proc/modules",
+                                "ls -la /dev /usr /usr/bin", "ls -A / /cfg /webroot /boot /home /srv",
+                                "cat /proc/mounts", "ip -o addr | grep -v valid_lft"})
+        facts.push_back(Program({"/bin/sh", "-c", command}, As::caller).wait().output);
     return facts;
 }
 
@@ -172,9 +119,9 @@ class Attacked : public testing::TestWithParam<As> {};
 TEST_P(Attacked, NothingOutsideChanges) {
     const fs::path checkout = fs::path(apbox_program()).parent_path();
     const Victims victims;
-    std::string script, expected;
-    for (const char *path : written_files) script += std::string("echo attack > ") + path + ";";
-    script += "exec 2>/dev/null; set -- " + std::to_string(victims.process()) + " " + checkout.string() + ";\n";
+    std::string expected, script = std::string("for f in ") + written_files +
+                                   "; do echo attack > $f; done; exec 2>/dev/null; set -- " +
+                                   std::to_string(victims.process()) + " " + checkout.string() + ";\n";
     for (const Attack &attack : attacks) {
         script += std::string("(") + attack.command + ") >/dev/null && echo '" + attack.what + ": works' || echo '" +
                   attack.what + ": refused'\n";

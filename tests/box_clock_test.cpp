@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/timerfd.h>
+#include <thread>
 
 #include "tests/support/box_entry.h"
 #include "tests/support/outside_box.h"
@@ -18,26 +19,27 @@ using namespace test;
 
 constexpr double factor = 200;  // two seconds take ten milliseconds
 
-// The kernel's own clock, past every library.
-double kernel_s() {
-    timespec now{};
-    syscall(SYS_clock_gettime, CLOCK_MONOTONIC, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+double seconds(const timespec &time) {
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
 }
 
-double seen_s(clockid_t clock) {
-    timespec now{};
-    clock_gettime(clock, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+// The kernel's own clock, past every library, and the two that programs see.
+std::array<double, 3> clocks_s() {
+    timespec kernel{}, calendar{}, monotonic{};
+    syscall(SYS_clock_gettime, CLOCK_MONOTONIC, &kernel);
+    clock_gettime(CLOCK_REALTIME, &calendar);
+    clock_gettime(CLOCK_MONOTONIC, &monotonic);
+    return {seconds(kernel), seconds(calendar), seconds(monotonic)};
 }
 
 template <typename Action> void expect_accelerated(Action action) {
-    const double kernel_before = kernel_s(), calendar_before = seen_s(CLOCK_REALTIME), before = seen_s(CLOCK_MONOTONIC);
+    const auto before = clocks_s();
     EXPECT_TRUE(action());
-    const double kernel_passed = kernel_s() - kernel_before;
-    for (const double passed : {seen_s(CLOCK_REALTIME) - calendar_before, seen_s(CLOCK_MONOTONIC) - before}) {
-        EXPECT_GE(passed, wait_s * 0.999);
-        EXPECT_NEAR(passed, kernel_passed * factor, 1 + kernel_passed * factor / 10);
+    const auto after = clocks_s();
+    const double kernel_passed = after[0] - before[0];
+    for (const size_t seen : {1U, 2U}) {
+        EXPECT_GE(after[seen] - before[seen], wait_s * 0.999);
+        EXPECT_NEAR(after[seen] - before[seen], kernel_passed * factor, 1 + kernel_passed * factor / 10);
     }
     EXPECT_LT(kernel_passed, 1);
 }
@@ -78,19 +80,14 @@ TEST(Accelerated, ASignalTellsHowMuchWasLeft) {
     static pthread_t sleeper;
     sleeper = pthread_self();
     std::signal(SIGUSR1, [](int) {});
-    pthread_t waker{};
-    pthread_create(
-        &waker, nullptr,
-        [](void *) -> void * {
-            usleep(2'000'000);
-            pthread_kill(sleeper, SIGUSR1);
-            return nullptr;
-        },
-        nullptr);
+    std::thread waker([] {
+        usleep(2'000'000);
+        pthread_kill(sleeper, SIGUSR1);
+    });
     const unsigned int left = sleep(1000);
     EXPECT_GT(left, 0U);
     EXPECT_LT(left, 999U);
-    pthread_join(waker, nullptr);
+    waker.join();
 }
 
 class ClockBox : public testing::TestWithParam<As> {};

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <sstream>
 #include <unistd.h>
 
 #include "tests/support/capture.h"
@@ -59,27 +60,13 @@ TEST_P(Box, EndsAsItsCommandDoes) {
 }
 
 TEST_P(Box, RefusesWrongUseWithOneLine) {
-    const std::vector<std::string> cases[] = {
-        {},
-        {"jump"},
-        {"run"},
-        {"run", "--"},
-        {"run", "true"},
-        {"enter"},
-        {"run", "--no"},
-        {"run", "--name"},
-        {"start", "bad/name"},
-        {"start", "a", "b"},
-        {"list", "x"},
-        {"stop", "--", "x"},
-        {"run", "--clock", "0", "--", "true"},
-        {"run", "--clock", "ten", "--", "true"},
-        {"run", "--address", "1.2.3", "--", "true"},
-        {"run", "--network", std::string(33, 'n'), "--", "true"},
-    };
-    for (const auto &words : cases) {
-        SCOPED_TRACE(testing::PrintToString(words));
-        const Outcome outcome = call(words);
+    for (const char *line :
+         {"", "jump", "run", "run --", "run true", "enter", "run --no", "run --name", "start bad/name", "start a b",
+          "list x", "stop -- x", "run --clock 0 -- true", "run --clock ten -- true", "run --address 1.2.3 -- true",
+          "run --network nnnnnnnnnnnnnnnnnnnnnnnnnnnnnnnnn -- true"}) {
+        SCOPED_TRACE(line);
+        std::istringstream words(line);
+        const Outcome outcome = call({std::istream_iterator<std::string>(words), {}});
         EXPECT_EQ(outcome.status, 2);
         EXPECT_EQ(outcome.output.find('\n'), outcome.output.size() - 1) << outcome.output;
     }

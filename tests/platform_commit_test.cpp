@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "applatform/config_store.h"
+#include "foundation/file_io.h"
 #include "tests/support/store_world.h"
 
 namespace {
@@ -261,6 +262,21 @@ TEST_F(Commit, OfSeveralProcessesNeverLosesALaterState) {
     for (int status = 0; wait(&status) > 0;) EXPECT_EQ(status, 0);
     restart();
     EXPECT_IN_NEW_PROCESS(EXPECT_EQ(values_of(), "key0=20\nkey1=20\nkey2=20\nkey3=20\n"));
+}
+
+TEST_F(Commit, ReadsTheValuesWhenItsTurnHasCome) {
+    const ap::UniqueFd others_turn = ap::open_fd("/var/run/cfm.commit", O_RDWR | O_CREAT);
+    ASSERT_EQ(lockf(others_turn.get(), F_LOCK, 0), 0);
+    if (fork() == 0) _exit(SetValue("key", "earlier") + CommitCfm() == 2 ? 0 : 1);
+    EXPECT_IN_NEW_PROCESS({
+        while (test::value_of("key") != "earlier") usleep(1000);
+        usleep(20'000);  // now it waits for the lock
+        EXPECT_EQ(SetValue("key", "later"), 1);
+    });
+    EXPECT_EQ(lockf(others_turn.get(), F_ULOCK, 0), 0);
+    for (int status = 0; wait(&status) > 0;) EXPECT_EQ(status, 0);
+    restart();
+    EXPECT_IN_NEW_PROCESS(EXPECT_EQ(values_of(), "key=later\n"));
 }
 
 }  // namespace

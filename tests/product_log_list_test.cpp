@@ -5,9 +5,6 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <gmock/gmock.h>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "applatform/config_store.h"
 #include "apsupport/product.h"
@@ -21,8 +18,8 @@ static std::string log_path;
 static int line_buffers, refused_buffer;  // counted from 1; 0: none is refused
 
 int GetValue(const char *key, char *value) {
-    return log_path.empty() || std::strcmp(key, "syslogs.system.path") != 0 ? 0
-                                                                            : (std::strcpy(value, log_path.c_str()), 1);
+    if (log_path.empty() || std::strcmp(key, "syslogs.system.path") != 0) return 0;
+    return std::strcpy(value, log_path.c_str()), 1;
 }
 
 // The ring's line buffers are the only blocks of 256 bytes; the counter is on while a test sets `refused_buffer`.
@@ -34,54 +31,43 @@ extern "C" void *malloc(size_t size) noexcept {
 
 namespace {
 
+// The entry of a line as "TIME|TYPE|MESSAGE", or what is printed where it is refused; nothing else may be written.
+std::string parsed(const std::string &line, int logtype) {
+    log_entry entries[3];
+    std::memset(entries, '#', sizeof entries);
+    int result = -1;
+    std::string text =
+        test::printed_by([&] { result = file_syslog_set_log_list_param(entries, line.c_str(), logtype, 1); });
+    if (result == 0) {
+        text += std::string(entries[1].time) + "|" + entries[1].type + "|" + entries[1].message;
+        std::memset(entries[1].time, '#', sizeof entries[1] - sizeof entries[1].lead);
+    }
+    const std::string_view bytes(reinterpret_cast<const char *>(entries), sizeof entries);
+    EXPECT_EQ(bytes.find_first_not_of('#'), std::string::npos) << line;
+    return text;
+}
+
 TEST(LogList, ParsesBothForms) {
     const std::string x255(255, 'x'), t31(31, 't');
-    const struct {
-        std::string line;
-        int logtype;
-        std::string expected;  // empty: refused
-    } cases[] = {{"2024-01-01 10:00:00;8;lease granted", 0, "2024-01-01 10:00:00|LAN DHCP|lease granted"},
-                 {"t;0;m", 0, "t||m"},
-                 {"t;1;m", 1, "t|System|m"},
-                 {"t;2;m", 2, "t|Web Filter|m"},
-                 {"t;3;m", 0, "t|WAN|m"},
-                 {"t;6;m", 6, "t|WAN|m"},
-                 {"t;7;m", 7, "t||m"},
-                 {"t;9;m", 9, "t||m"},
-                 {"t;-1;m", 0, "t||m"},
-                 {"t;1;a;b [c]", 0, "t|System|a;b [c]"},
-                 {t31 + ";1;m", 0, t31 + "|System|m"},
-                 {"t" + t31 + ";1;m", 0, ""},
-                 {"t;1;" + x255 + "x", 0, "t|System|" + x255},
-                 {"Jan  1 10:00:00 [kernel] [eth]: link up", 0, "Jan  1 10:00:00|Debug|link up"},
-                 {"10:00 [system] pid[42]:  started", 0, "10:00|System|started"},
-                 {"10:00 [systemd][x]: m", 0, "10:00|Debug|m"},
-                 {"10:00 [a type of more than 15] [x]: m", 0, "10:00|Debug|m"},
-                 {"10:00 [system] [x]: m", 1, ""},
-                 {"t;1;m", 2, ""},
-                 {"t;1;", 0, ""},
-                 {"t;x;m", 0, ""},
-                 {"10:00 [kernel] m", 0, ""},
-                 {"hello", 0, ""},
-                 {"", 0, ""}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.line);
-        log_entry entries[3];
-        std::memset(entries, '#', sizeof entries);
-        EXPECT_EQ(file_syslog_set_log_list_param(entries, c.line.c_str(), c.logtype, 1), c.expected.empty() ? 1 : 0);
-        if (!c.expected.empty()) {
-            EXPECT_EQ(std::string(entries[1].time) + "|" + entries[1].type + "|" + entries[1].message, c.expected);
-            std::memset(entries[1].time, '#', sizeof(log_entry) - sizeof entries[1].lead);
-        }
-        const char *bytes = reinterpret_cast<const char *>(entries);
-        EXPECT_EQ(std::string(bytes, sizeof entries), std::string(sizeof entries, '#')) << "nothing else is written";
+    int number = 0;
+    for (const char *type : {"", "System", "Web Filter", "WAN", "WAN", "WAN", "WAN", "", "LAN DHCP", ""}) {
+        EXPECT_EQ(parsed("t;" + std::to_string(number) + ";m", number), std::string("t|") + type + "|m");
+        ++number;
     }
-    const auto says = [](const char *line) {
-        return test::printed_by(
-            [&] { file_syslog_set_log_list_param(std::make_unique<log_entry>().get(), line, 2, 0); });
-    };
-    EXPECT_THAT(says("hello"), HasSubstr("buf[hello]"));
-    EXPECT_THAT(says("t;1;m"), HasSubstr("logtype[2]  msgtype[1]"));
+    const std::pair<std::string, std::string> taken[] = {
+        {"2024-01-01 10:00:00;8;lease granted", "2024-01-01 10:00:00|LAN DHCP|lease granted"},
+        {"t;-1;a;b [c]", "t||a;b [c]"},
+        {t31 + ";1;" + x255 + "x", t31 + "|System|" + x255},
+        {"Jan  1 10:00:00 [kernel] [eth]: link up", "Jan  1 10:00:00|Debug|link up"},
+        {"10:00 [system] pid[42]:  started", "10:00|System|started"},
+        {"10:00 [systemd][x]: m", "10:00|Debug|m"},
+        {"10:00 [a type of more than 15] [x]: m", "10:00|Debug|m"}};
+    for (const auto &[line, entry] : taken) EXPECT_EQ(parsed(line, 0), entry);
+    EXPECT_THAT(parsed("t;1;m", 2), HasSubstr(": logtype[2]  msgtype[1]\n"));
+    EXPECT_THAT(parsed("10:00 [system] [x]: m", 1), HasSubstr(": logtype[1]  msgtype[0]\n"));
+    for (const std::string line :
+         {"t;1;", "t;x;m", "10:00 [kernel] m", "hello", "", "a time of more than 31 letters..;1;m"})
+        EXPECT_THAT(parsed(line, 0), HasSubstr(": buf[" + line + "]\n"));
 }
 
 TEST(LogList, ConvertsTypes) {
@@ -93,24 +79,22 @@ TEST(LogList, ConvertsTypes) {
                  {"Kernel", 4, "Deb"},     {"", 16, "Debug"},       {"Kernel", 0, "Kernel"}};
     for (const auto &c : cases) {
         char type[16];
-        std::strcpy(type, c.type);
-        sys_log__msgtype_convert(type, c.length);
+        sys_log__msgtype_convert(std::strcpy(type, c.type), c.length);
         EXPECT_STREQ(type, c.expected);
     }
-    char empty[] = "", word[] = "xyz";
-    capitalize(empty);
-    capitalize(word);
-    EXPECT_STREQ(empty, "");
-    EXPECT_STREQ(word, "Xyz");
+    char words[] = "xyz\0";
+    capitalize(words);
+    capitalize(words + 3);
+    EXPECT_STREQ(words, "Xyz");
 }
 
 // The messages of the newest `max` lines of a log with this text; from a pipe it can only be read from front to back.
 enum class Source { file, pipe };
-Lines newest(const std::string &text, int max, Source source, size_t skipped = 0) {
+Lines newest(const std::string &text, int max, Source source = Source::file, long skipped = 0) {
     const std::string path = "/tmp/log_list_test.txt";
     test::write_text(path, text);
     FILE *stream = source == Source::file ? std::fopen(path.c_str(), "r") : popen(("cat " + path).c_str(), "r");
-    for (size_t i = 0; i < skipped; ++i) std::fgetc(stream);
+    if (skipped != 0) std::fseek(stream, skipped, SEEK_SET);
     std::vector<log_entry> entries(static_cast<size_t>(max) + 1, log_entry{});
     int count = -1;
     test::printed_by([&] { EXPECT_EQ(reverse_read_file(stream, entries.data(), 0, &count, max), 0); });
@@ -124,79 +108,76 @@ Lines newest(const std::string &text, int max, Source source, size_t skipped = 0
 
 TEST(LogList, KeepsTheNewestLinesInTheOrderOfTheFile) {
     const std::string five = "t;1;a\nt;1;b\n\n\nt;1;c\nt;1;d\nt;1;e\n";
-    EXPECT_THAT(newest(five, 3, Source::file), ElementsAre("c", "d", "e"));
-    EXPECT_THAT(newest(five, 4, Source::file), ElementsAre("b", "c", "d", "e"));
-    EXPECT_THAT(newest(five, 5, Source::file), ElementsAre("a", "b", "c", "d", "e"));
-    EXPECT_THAT(newest(five, 6, Source::file), ElementsAre("a", "b", "c", "d", "e"));
-    EXPECT_THAT(newest(five, 1, Source::pipe), ElementsAre("e"));
+    const auto end = static_cast<long>(five.size());
+    for (const Source source : {Source::file, Source::pipe}) {
+        EXPECT_THAT(newest(five, 1, source), ElementsAre("e"));
+        EXPECT_THAT(newest(five, 3, source), ElementsAre("c", "d", "e"));
+        EXPECT_THAT(newest(five, 4, source), ElementsAre("b", "c", "d", "e"));
+        for (const int max : {5, 6}) EXPECT_THAT(newest(five, max, source), ElementsAre("a", "b", "c", "d", "e"));
+        EXPECT_THAT(newest("", 2, source), ElementsAre());
+    }
     EXPECT_THAT(newest(five, 5, Source::file, 6), ElementsAre("b", "c", "d", "e")) << "from the stream's position";
-    EXPECT_THAT(newest(five, 2, Source::file, five.size()), ElementsAre());
-    EXPECT_THAT(newest("", 2, Source::file), ElementsAre());
-    EXPECT_THAT(newest(five, 0, Source::file, five.size()), ElementsAre());
-}
-
-// Lines of 255, 256 and 1,000 characters come in pieces, and the pieces count.
-TEST(LogList, CutsLongLinesFromTheirStart) {
-    const auto line = [](size_t length) { return "t;1;" + std::string(length - 4, 'x'); };
-    EXPECT_EQ(newest(line(255) + "\n" + line(255), 9, Source::file).size(), 2U);
-    EXPECT_EQ(newest(line(256) + "\n" + line(256), 9, Source::file).size(), 4U);
-    EXPECT_EQ(newest(line(1000) + "\n", 9, Source::file).size(), 4U);
+    for (const int max : {0, 2}) EXPECT_THAT(newest(five, max, Source::file, end), ElementsAre());
+    const auto pieces = [](size_t length) {
+        const std::string line = "t;1;" + std::string(length - 4, 'x');
+        return newest(line + "\n" + line, 99).size();
+    };
+    EXPECT_EQ(pieces(255), 2U);
+    EXPECT_EQ(pieces(256), 4U);
+    EXPECT_EQ(pieces(1000), 8U);
 }
 
 TEST(LogList, FindsFromTheEndWhatReadingEverythingFinds) {
     std::srand(7);
-    for (int round = 0; round < 100; ++round) {
+    const auto below = [](int limit) { return static_cast<size_t>(std::rand() % limit); };
+    for (size_t round = 0; round < 100; ++round) {
         std::string text;
-        while (text.size() < static_cast<size_t>(round) * 450) {
-            const int kind = std::rand() % 16;
-            if (kind == 0) text += std::string(1 + static_cast<size_t>(std::rand() % 3), '\0');
+        while (text.size() < round * 600) {
+            const size_t kind = below(16);
+            if (kind == 0) text += std::string(1 + below(3), '\0');
             if (kind < 4) text += "\n";
-            const size_t length = static_cast<size_t>(kind == 5 ? std::rand() % 40000 : std::rand() % 90);
+            const size_t length = below(kind == 5 ? 1200 : 60);
             text += "t;1;" + std::to_string(text.size()) + std::string(length, 'x') + (kind == 6 ? "\r\n" : "\n");
         }
         if (round % 2 == 0 && !text.empty()) text.pop_back();
-        const int max = 1 + std::rand() % 60;
-        ASSERT_EQ(newest(text, max, Source::file), newest(text, max, Source::pipe))
-            << "round " << round << ", max " << max;
+        const int max = 1 + std::rand() % 500;
+        ASSERT_EQ(newest(text, max), newest(text, max, Source::pipe)) << "round " << round << ", max " << max;
     }
 }
 
 TEST(LogList, CountsRejectedLinesAndLeavesTheirEntries) {
-    log_path = "/tmp/log_list_path.txt";
-    test::write_text(log_path, "t;1;a\nt;2;b\nt;1;c\n");
     log_entry entries[3] = {};
     std::strcpy(entries[0].message, "before");
     int count = 0;
-    test::printed_by([&] { EXPECT_EQ(file_syslog_get_lists(entries, 2, &count, 3), 0); });
+    const auto list = [&](const std::string &path, int logtype, int expected) {
+        log_path = path;
+        return test::printed_by([&] { EXPECT_EQ(file_syslog_get_lists(entries, logtype, &count, 3), expected); });
+    };
+    test::write_text("/tmp/log_list_path.txt", "t;1;a\nt;2;b\nt;1;c\n");
+    list("/tmp/log_list_path.txt", 2, 0);
     EXPECT_EQ(count, 3);
-    EXPECT_STREQ(entries[0].message, "before");
-    EXPECT_STREQ(entries[1].message, "b");
-    EXPECT_STREQ(entries[2].message, "");
-
-    log_path = "/tmp/nowhere/log";
-    EXPECT_THAT(test::printed_by([&] { EXPECT_EQ(file_syslog_get_lists(entries, 0, &count, 3), 1); }),
-                HasSubstr("fopen is fail. No such file or directory"));
-    log_path.clear();
+    EXPECT_EQ(std::string(entries[0].message) + entries[1].message + entries[2].message, "beforeb");
     test::write_text("/var/logs.txt", "t;1;default path\n");
-    EXPECT_EQ(file_syslog_get_lists(entries, 0, &count, 3), 0);
+    list("", 0, 0);
+    EXPECT_EQ(count, 1);
     EXPECT_STREQ(entries[0].message, "default path");
+    EXPECT_THAT(list("/tmp/nowhere/log", 0, 1), HasSubstr("fopen is fail. No such file or directory\n"));
 }
 
 TEST(LogList, FreesWhatItHasWhenALineBufferCannotBeHad) {
-    test::write_text("/tmp/log_list_test.txt", "t;1;a\n");
-    FILE *stream = std::fopen("/tmp/log_list_test.txt", "r");
+    FILE *stream = std::fopen("/dev/null", "r");
     for (const int refused : {1, 3}) {
         log_entry entries[3] = {};
-        int count = -5, result = 0;
+        int count = -5;
         const std::string printed = test::printed_by([&] {
             line_buffers = 0;
             refused_buffer = refused;
-            result = reverse_read_file(stream, entries, 0, &count, 3);
+            const int result = reverse_read_file(stream, entries, 0, &count, 3);
             refused_buffer = 0;
+            EXPECT_EQ(result, 1);
         });
-        EXPECT_EQ(result, 1);
         EXPECT_EQ(count, -5);
-        EXPECT_THAT(printed, HasSubstr("malloc is fail."));
+        EXPECT_THAT(printed, HasSubstr("malloc is fail.\n"));
     }
     std::fclose(stream);
 }

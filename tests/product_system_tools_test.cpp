@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <regex>
-#include <sys/stat.h>
 
 #include "applatform/interfaces.h"
 #include "apsupport/foundation.h"
@@ -15,31 +14,29 @@
 #include "tests/support/scripted_commands.h"
 #include "tests/support/scripted_store.h"
 
+using test::commands;
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using Words = std::vector<std::string>;
+using testing::EndsWith;
 
-static int upload_result = 1, uploads;
+static int upload_result;
 static std::string existing_file;
 static struct {
     int get_result, locked, set_result, unlock_result;
     const char *folder;
-    Words calls;
 } gpio;
 
 extern "C" {
-int UploadValue(void) { return ++uploads, upload_result; }
-int RestoreValue(void) { return test::commands.emplace_back("restore"), 1; }
-void log_file_sync_to_flash(void) { test::commands.emplace_back("sync logs"); }
+int UploadValue(void) { return commands.emplace_back("upload"), upload_result; }
+int RestoreValue(void) { return test::store.values.clear(), commands.emplace_back("restore"), 1; }
+void log_file_sync_to_flash(void) { commands.emplace_back("sync logs"); }
 int kill(pid_t pid, int signal) noexcept {
-    return test::commands.push_back("kill " + std::to_string(pid) + (signal == SIGTERM ? " TERM" : " ?")), 0;
+    return commands.push_back("kill " + std::to_string(pid) + (signal == SIGTERM ? " TERM" : " ?")), 0;
 }
 int file_check_exist_or_not(const char *path) { return existing_file == path ? 1 : 0; }
 unsigned int system_get_uptime(void) { return 4711; }
 int iof_gpio_lock_get(int, int *locked) { return *locked = gpio.locked, gpio.get_result; }
 int iof_gpio_lock_set(int, int locked) {
-    gpio.calls.push_back(locked != 0 ? "lock" : "unlock");
+    commands.emplace_back(locked != 0 ? "lock" : "unlock");
     return locked != 0 ? gpio.set_result : gpio.unlock_result;
 }
 const char *iof_gpio_dir_get(int) { return gpio.folder; }
@@ -51,88 +48,64 @@ class SystemTools : public testing::Test {
 protected:
     void SetUp() override {
         test::store = {};
-        test::commands.clear();
+        commands.clear();
         test::command_result = 0;
-        gpio = {};
-        existing_file.clear();
         upload_result = 1;
-        uploads = 0;
-        remove_watchdogs();
     }
-    static void remove_watchdogs() {
-        for (const char *path : {"/proc/watchdog", "/proc/watchdog_cmd"}) unlink(path);
+    // What was done since the last call: services that were stopped by their names, anything else in brackets.
+    static std::string done() {
+        std::string text;
+        for (const std::string &command : std::exchange(commands, {}))
+            text += command.starts_with("stop ") ? command.substr(5) + " " : "[" + command + "] ";
+        return text;
     }
 };
 
 TEST_F(SystemTools, TheFirstWatchdogThatExistsIsDriven) {
     test::command_result = 256;
-    EXPECT_EQ(systool_enable_watchdog(), -1);
-    EXPECT_EQ(systool_disable_watchdog(), -1);
-    EXPECT_EQ(systool_feed_watchdog(), -1);
-    EXPECT_THAT(test::commands, IsEmpty());
-
+    const auto drive = [](int expected) {
+        for (const auto action : {systool_enable_watchdog, systool_disable_watchdog, systool_feed_watchdog})
+            EXPECT_EQ(action(), expected);
+        return done();
+    };
+    for (const char *path : {"/proc/watchdog", "/proc/watchdog_cmd"}) std::filesystem::remove(path);
+    EXPECT_EQ(drive(-1), "");
     test::write_text("/proc/watchdog_cmd", "");
-    if (access("/proc/watchdog_cmd", F_OK) != 0) GTEST_SKIP() << "this box has no folder /proc of its own";
-    EXPECT_EQ(systool_enable_watchdog(), 256);
-    EXPECT_EQ(systool_disable_watchdog(), 256);
-    EXPECT_EQ(systool_feed_watchdog(), 256);
-    EXPECT_THAT(test::commands,
-                ElementsAre("echo enable 1 interval 30 > /proc/watchdog_cmd", "echo 1 > /proc/watchdog_kick",
-                            "echo 1 > /proc/watchdog_kick", "echo enable 0 interval 0 > /proc/watchdog_cmd",
-                            "echo 1 > /proc/watchdog_kick"));
-
-    test::commands.clear();
+    EXPECT_EQ(drive(256), "[echo enable 1 interval 30 > /proc/watchdog_cmd] [echo 1 > /proc/watchdog_kick] "
+                          "[echo 1 > /proc/watchdog_kick] [echo enable 0 interval 0 > /proc/watchdog_cmd] "
+                          "[echo 1 > /proc/watchdog_kick] ");
     test::write_text("/proc/watchdog", "");
-    systool_enable_watchdog();
-    systool_disable_watchdog();
-    systool_feed_watchdog();
-    EXPECT_THAT(test::commands,
-                ElementsAre("echo enable > /proc/watchdog", "echo 60 > /proc/watchdog", "echo 60 > /proc/watchdog",
-                            "echo disable > /proc/watchdog", "echo 60 > /proc/watchdog"));
-}
-
-Words stops(const std::string &names) {
-    Words all;
-    const std::regex word("\\S+");
-    for (std::sregex_iterator it(names.begin(), names.end(), word), end; it != end; ++it)
-        all.push_back("stop " + it->str());
-    return all;
+    EXPECT_EQ(drive(256), "[echo enable > /proc/watchdog] [echo 60 > /proc/watchdog] [echo 60 > /proc/watchdog] "
+                          "[echo disable > /proc/watchdog] [echo 60 > /proc/watchdog] ");
 }
 
 TEST_F(SystemTools, ServicesStopInTheirWholeOrder) {
+    test::write_text("/proc/watchdog", "");
     const struct {
         int type;
-        const char *managed, *group;
+        std::string managed, group;
     } cases[] = {
-        {0, "", "yondar yondar_ctl vantri vantri_ctl iot_mqtt ap"},
-        {1, "", "httpd vantri vantri_ctl iot_mqtt ap"},
-        {2, "1", "httpd yondar yondar_ctl iot_mqtt"},
-        {3, "0", "httpd yondar yondar_ctl vantri vantri_ctl ap"},
+        {0, "", "yondar yondar_ctl vantri vantri_ctl iot_mqtt ap "},
+        {1, "", "httpd vantri vantri_ctl iot_mqtt ap "},
+        {2, "1", "httpd yondar yondar_ctl iot_mqtt "},
+        {3, "0", "httpd yondar yondar_ctl vantri vantri_ctl ap "},
         {4, "", ""},
         {-1, "", ""},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.type);
-        test::commands.clear();
         test::store.values["srv.hx4100_manage"] = c.managed;
         const std::string printed = test::printed_by([&] { systool_kill_all_process(c.type); });
-        const std::string invalid = "invalid type:" + std::to_string(c.type);
-        EXPECT_EQ(printed.find(invalid) != std::string::npos, *c.group == '\0');
-
-        Words expected = stops("steerd msgagent smartdhcps");
-        const auto add = [&](const Words &more) { expected.insert(expected.end(), more.begin(), more.end()); };
-        add({"/sbin/wifi_rmmod.sh"});
-        add(stops(
-            "netctrl arprecive sta_report ap sntp multiWAN dhcps dhcpcd_wisp dhcpcd_lan dhcpcd_ac pppd_wisp "
-            "dhcpcd_wan1 pppd_wan1 dnrd dnrd-wisp miniupnpd snmpd telnetd wserver hostapd wpa_supplicant logserver "
-            "logdebug acbs steerd dhcpcd wifi_measure uhttpd ssdpd ntdd qos"));
-        if (std::string(c.managed) == "1") add(stops("ac_distinguish exetsrv"));
-        add({"differ_config disable_wdt"});
-        add(stops("netcheck smartdhcps user_info lldpd"));
-        add(stops(c.group));
-        add({"ifconfig br0 down"});
-        add(stops("msgd cfmd"));
-        EXPECT_EQ(test::commands, expected);
+        EXPECT_EQ(printed, c.group.empty() ? "invalid type:" + std::to_string(c.type) : "");
+        const std::string managed = c.managed == "1" ? "ac_distinguish exetsrv " : "";
+        EXPECT_EQ(done(), "steerd msgagent smartdhcps [/sbin/wifi_rmmod.sh] netctrl arprecive sta_report ap sntp "
+                          "multiWAN dhcps dhcpcd_wisp dhcpcd_lan dhcpcd_ac pppd_wisp dhcpcd_wan1 pppd_wan1 dnrd "
+                          "dnrd-wisp miniupnpd snmpd telnetd wserver hostapd wpa_supplicant logserver logdebug acbs "
+                          "steerd dhcpcd wifi_measure uhttpd ssdpd ntdd qos " +
+                              managed +
+                              "[echo 60 > /proc/watchdog] [echo disable > /proc/watchdog] [differ_config disable_wdt] "
+                              "netcheck smartdhcps user_info lldpd " +
+                              c.group + "[ifconfig br0 down] msgd cfmd ");
     }
 }
 
@@ -141,60 +114,54 @@ TEST_F(SystemTools, ADownloadIsPreparedAsAFileWithAMarker) {
     char path[13];
     EXPECT_EQ(systool_file_handle(0, path, 0), 0);
     EXPECT_STREQ(path, "/etc/tmp.cfg");
-    EXPECT_THAT(test::commands,
-                ElementsAre("cfm show /etc/tmp.cfg", "echo -e \"\\n##the public configure end##\\n\" >> /etc/tmp.cfg",
-                            "cfm urlshow /etc/tmp_url.cfg", "cat /etc/tmp_url.cfg >> /etc/tmp.cfg"));
+    EXPECT_EQ(done(), "[cfm show /etc/tmp.cfg] [echo -e \"\\n##the public configure end##\\n\" >> /etc/tmp.cfg] "
+                      "[cfm urlshow /etc/tmp_url.cfg] [cat /etc/tmp_url.cfg >> /etc/tmp.cfg] ");
     EXPECT_THAT(clock.waits_ms(), ElementsAre(1000));
 }
 
 TEST_F(SystemTools, AnUploadIsSplitAtItsFirstMarker) {
-    const std::string
-        marker = "##the public configure end##",
-        kept = "yd.manage.en=1\nyd.manage.mode=\n"
-               "yd.manage.status=\nyd.cloud.id=c-7\nyd.project.id=\nyd.msgreport=\nyd.bind_status=\nAP_UUID=u-1\n";
+    const std::string marker = "##the public configure end##";
     test::store.values = {{"yd.manage.en", "1"}, {"yd.cloud.id", "c-7"}, {"AP_UUID", "u-1"}};
     const struct {
-        const char *what;
         std::string text, defaults, url;
     } cases[] = {
-        {"with the marker", "a=1\n" + marker + "\nurl.a=2\n", "a=1\n", "\nurl.a=2\n"},
-        {"without it", "a=1\n", "", ""},
-        {"empty", "", "", ""},
-        {"twice", "a=1\n" + marker + "b" + marker + "c", "a=1\n", "b" + marker + "c"},
-        {"cut marker", "a=1\n" + marker.substr(0, 27), "", ""},
-        {"CR LF", "a=1\r\n" + marker + "\r\nu=2\r\n", "a=1\r\n", "\r\nu=2\r\n"},
-        {"a byte 0", std::string("a\0b", 3) + marker, std::string("a\0b", 3), ""},
+        {"a=1\n" + marker + "\nurl.a=2\n", "a=1\n", "\nurl.a=2\n"},
+        {"a=1\n", "", ""},
+        {"", "", ""},
+        {"a=1\n" + marker + "b" + marker + "c", "a=1\n", "b" + marker + "c"},
+        {"a=1\n" + marker.substr(0, 27), "", ""},
+        {"a=1\r\n" + marker + "\r\nu=2\r\n", "a=1\r\n", "\r\nu=2\r\n"},
+        {"a=1\n" + marker + "\nu=2" + '\0', "a=1\n", "\nu=2"},  // its terminator is no part of it
     };
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.what);
-        uploads = 0;
-        std::vector<char> text(c.text.begin(), c.text.end());
-        EXPECT_EQ(
-            systool_file_handle(2, text.empty() ? const_cast<char *>("") : text.data(), static_cast<int>(text.size())),
-            0);
-        EXPECT_EQ(test::read_text("/webroot/default.cfg"), c.defaults + kept);
+        SCOPED_TRACE(c.text);
+        const std::unique_ptr<char[]> text(new char[c.text.size()]);
+        std::copy(c.text.begin(), c.text.end(), text.get());
+        EXPECT_EQ(systool_file_handle(2, text.get(), static_cast<int>(c.text.size())), 0);
+        EXPECT_EQ(test::read_text("/webroot/default.cfg"),
+                  c.defaults + "yd.manage.en=1\nyd.manage.mode=\nyd.manage.status=\nyd.cloud.id=c-7\n"
+                               "yd.project.id=\nyd.msgreport=\nyd.bind_status=\nAP_UUID=u-1\n");
         EXPECT_EQ(test::read_text("/webroot/default_url.cfg"), c.url);
-        EXPECT_EQ(uploads, 1);
+        EXPECT_EQ(done(), "[upload] ");
     }
-    upload_result = 0;
-    EXPECT_EQ(systool_file_handle(2, const_cast<char *>("a"), 1), 0) << "a refused upload is only logged";
 }
 
-TEST_F(SystemTools, AnUploadThatCannotBeWrittenIsNotTakenIn) {
-    std::filesystem::remove("/webroot/default_url.cfg");
-    std::filesystem::create_directory("/webroot/default_url.cfg");
-    EXPECT_EQ(systool_file_handle(2, const_cast<char *>("a"), 1), -1);
-    std::filesystem::remove("/webroot/default_url.cfg");
-
-    std::filesystem::remove("/webroot/default.cfg");
-    ASSERT_EQ(symlink("/dev/full", "/webroot/default.cfg"), 0);
-    EXPECT_EQ(systool_file_handle(2, const_cast<char *>("a"), 1), -1);
-    std::filesystem::remove("/webroot/default.cfg");
-
-    for (const int type : {1, 3, -1}) EXPECT_EQ(systool_file_handle(type, const_cast<char *>("a"), 1), -1);
-    EXPECT_EQ(systool_file_handle(0, nullptr, 0), -1);
-    EXPECT_EQ(systool_file_handle(2, nullptr, 0), -1);
-    EXPECT_EQ(uploads, 0);
+TEST_F(SystemTools, AnUploadThatCannotBeWrittenIsNotTakenInAndARefusedOneIsOnlyLogged) {
+    char text[] = "a";
+    upload_result = 0;
+    EXPECT_EQ(systool_file_handle(2, text, 1), 0);
+    EXPECT_EQ(done(), "[upload] ");
+    const std::string defaults = "/webroot/default.cfg", url_defaults = "/webroot/default_url.cfg";
+    for (const auto &[file, target] : {std::pair(defaults, "/"), {url_defaults, "/"}, {defaults, "/dev/full"}}) {
+        std::filesystem::remove(file);
+        std::filesystem::create_symlink(target, file);
+        EXPECT_EQ(systool_file_handle(2, text, 1), -1) << file << " is " << target;
+        std::filesystem::remove(file);
+    }
+    for (const int type : {1, 3, -1}) EXPECT_EQ(systool_file_handle(type, text, 1), -1);
+    for (const int type : {0, 2}) EXPECT_EQ(systool_file_handle(type, nullptr, 0), -1);
+    EXPECT_EQ(systool_file_handle(2, text, -1), -1);
+    EXPECT_EQ(done(), "");
 }
 
 TEST_F(SystemTools, RestoreAndRebootTakeTheirSteps) {
@@ -202,10 +169,9 @@ TEST_F(SystemTools, RestoreAndRebootTakeTheirSteps) {
     test::write_text("/var/own.log", "x");
     test::store.values = {{"syslogs.system.path", "/var/own.log"}};
     const std::string printed = test::printed_by([] { systool_restore_reboot(); });
-    EXPECT_THAT(test::commands,
-                ElementsAre("rm -rf /cfg/log/log.tar.gz", "stop netcheck", "restore", "sync logs", "kill 1 TERM"));
+    EXPECT_EQ(done(), "[rm -rf /cfg/log/log.tar.gz] netcheck [restore] [sync logs] [kill 1 TERM] ");
     EXPECT_FALSE(std::filesystem::exists("/var/own.log"));
-    EXPECT_EQ(test::store.values["set_default"], "1");
+    EXPECT_THAT(test::store.values, ElementsAre(std::pair("set_default", "1")));
     EXPECT_EQ(test::store.commits, 1);
     EXPECT_THAT(clock.waits_ms(), ElementsAre(2000, 3000));
     const std::regex lines(
@@ -215,47 +181,31 @@ TEST_F(SystemTools, RestoreAndRebootTakeTheirSteps) {
 }
 
 TEST_F(SystemTools, TheFirstLineOfACommandIsCutAtItsEnd) {
-    const std::string long_line(200, 'y');
-    const struct {
-        std::string command;
-        int result;
-        std::string out;
-    } cases[] = {
-        {"echo one; echo two", 0, "one"},
-        {"printf 'a\\rb\\n'", 0, "a"},
-        {"echo", 0, ""},
-        {"true", 1, ""},
-        {"printf " + long_line, 0, long_line.substr(0, 127)},
+    const auto first_line = [](const std::string &command) {
+        std::string out(129, '|');  // whose rest stays: no terminator is written
+        const int result = systool_get_value_with_popen(command.c_str(), out.data());
+        return std::to_string(result) + " " + out.substr(0, out.find('|'));
     };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.command);
-        char out[130] = {};
-        EXPECT_EQ(systool_get_value_with_popen(c.command.c_str(), out), c.result);
-        EXPECT_EQ(out, c.out);
-    }
-    char out[4] = "zzz";
-    EXPECT_EQ(systool_get_value_with_popen("echo a", out), 0);
-    EXPECT_STREQ(out, "azz") << "no terminator is written";
-    EXPECT_EQ(systool_get_value_with_popen(nullptr, out), 1);
+    const std::string y127(127, 'y');
+    EXPECT_EQ(first_line("echo one; echo two"), "0 one");
+    EXPECT_EQ(first_line("printf 'a\\rb\\n'"), "0 a");
+    EXPECT_EQ(first_line("echo"), "0 ");
+    EXPECT_EQ(first_line("true"), "1 ");
+    EXPECT_EQ(first_line("printf " + y127 + "z"), "0 " + y127);
+    EXPECT_EQ(systool_get_value_with_popen(nullptr, nullptr), 1);
 }
 
 TEST_F(SystemTools, DefaultValuesAreFoundBySubstring) {
-    std::filesystem::create_directories("/webroot_ro");
-    test::write_text("/webroot_ro/default.cfg", "old.lan.ip=1.1.1.1\nlan.ip=2.2.2.2\nweb.port=8080=x\nhostile'key=7\n");
-    const struct {
-        std::string key, out;
-        int number;
-    } cases[] = {
-        {"lan.ip", "1.1.1.1", 1},       {"web.port", "8080", 8080}, {"missing", "", 0},
-        {"hostile'key", "7", 7},        {"x; echo =5", "", 0},      {"-V", "", 0},
-        {std::string(100, 'k'), "", 0},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.key);
+    test::write_text("/webroot_ro/default.cfg", "old.lan.ip=1.1\nlan.ip=2.2\nweb.port=8080=x\nhostile'key=7\n");
+    const std::string long_key(100, 'k');
+    const std::pair<const char *, const char *> cases[] = {
+        // the text and the number
+        {"lan.ip", "1.1 1"},  {"web.port", "8080 8080"}, {"missing", " 0"},       {"hostile'key", "7 7"},
+        {"x; echo =5", " 0"}, {"-elan", " 0"},           {long_key.c_str(), " 0"}};
+    for (const auto &[key, expected] : cases) {
         char out[130] = {};
-        EXPECT_EQ(systool_get_value_in_default_cfg(c.key.c_str(), out), 0);
-        EXPECT_EQ(out, c.out);
-        EXPECT_EQ(systool_get_int_value_in_default_cfg(c.key.c_str()), c.number);
+        EXPECT_EQ(systool_get_value_in_default_cfg(key, out), 0);
+        EXPECT_EQ(out + (" " + std::to_string(systool_get_int_value_in_default_cfg(key))), expected) << key;
     }
 }
 
@@ -270,13 +220,10 @@ TEST_F(SystemTools, TheDeviceDescribesItself) {
     device_info info;
     EXPECT_EQ(get_device_info(nullptr, &info), 0);
     EXPECT_EQ(info.host_name, long_text.substr(0, 63));
-    EXPECT_STREQ(info.vendor, "Kivra");
-    EXPECT_STREQ(info.model, "AP-1");
-    EXPECT_STREQ(info.hardware_version, "V1.0-revision-1");
-    EXPECT_STREQ(info.software_version, "V3.0.1.18(5151)");
+    EXPECT_EQ(std::string(info.vendor) + "|" + info.model + "|" + info.hardware_version + "|" + info.software_version,
+              "Kivra|AP-1|V1.0-revision-1|V3.0.1.18(5151)");
     EXPECT_STREQ(info.build_time, built);
     EXPECT_EQ(info.uptime, 4711U);
-
     EXPECT_EQ(signal_led_type(0), 1);
     EXPECT_EQ(signal_led_type(1), 0);
     EXPECT_EQ(get_sys_mode(), 2);
@@ -287,63 +234,56 @@ TEST_F(SystemTools, TheDeviceDescribesItself) {
 
 TEST_F(SystemTools, GpioPolarityFailsStepByStepWithItsLock) {
     const std::string base = "/sys/devices/virtual/misc/ugw_gpio/gpio_base/";
-    const struct {
-        const char *what;
-        int line, value, get_result, locked, set_result;
-        const char *folder;
-        int unlock_result, result;
-        Words calls;
-    } cases[] = {
-        {"before the first", -1, 1, 0, 0, 0, "gpio8", 0, -22, {}},
-        {"behind the low ones", 11, 1, 0, 0, 0, "gpio8", 0, -22, {}},
-        {"before the high ones", 31, 1, 0, 0, 0, "gpio8", 0, -22, {}},
-        {"behind the last", 38, 1, 0, 0, 0, "gpio8", 0, -22, {}},
-        {"other value", 8, 2, 0, 0, 0, "gpio8", 0, -22, {}},
-        {"negative value", 8, -1, 0, 0, 0, "gpio8", 0, -22, {}},
-        {"no lock", 8, 1, -7, 0, 0, "gpio8", 0, -7, {}},
-        {"locked", 8, 1, 0, 1, 0, "gpio8", 0, -16, {}},
-        {"lock refused", 8, 1, 0, 0, -3, "gpio8", 0, -3, {"lock"}},
-        {"unknown folder", 8, 1, 0, 0, 0, nullptr, 0, -22, {"lock"}},
-        {"no such file", 8, 1, 0, 0, 0, "missing", 0, -2, {"lock", "unlock"}},
-        {"unlock fails behind it", 8, 1, 0, 0, 0, "missing", -9, -9, {"lock", "unlock"}},
-        {"first", 0, 0, 0, 0, 0, "gpio8", 0, 0, {"lock", "unlock"}},
-        {"last low", 10, 1, 0, 0, 0, "gpio8", 0, 0, {"lock", "unlock"}},
-        {"first high", 32, 1, 0, 0, 0, "gpio8", 0, 0, {"lock", "unlock"}},
-        {"last", 37, 1, 0, 0, 0, "gpio8", 0, 0, {"lock", "unlock"}},
-        {"unlock fails", 37, 1, 0, 0, 0, "gpio8", -9, -9, {"lock", "unlock"}},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.what);
-        gpio = {c.get_result, c.locked, c.set_result, c.unlock_result, c.folder, {}};
+    const auto set = [](int line, int value) {
         const int before = test::open_descriptors();
-        EXPECT_EQ(iof_gpio_set_active_low(c.line, c.value), c.result);
-        EXPECT_EQ(gpio.calls, c.calls);
+        int result = 1;
+        const std::string printed = test::printed_by([&] { result = iof_gpio_set_active_low(line, value); });
         EXPECT_EQ(test::open_descriptors(), before);
-        if (c.result == 0) {
-            EXPECT_EQ(test::read_text(base + "gpio8/active_low").substr(0, 2),
-                      std::string(c.value == 1 ? "1\0" : "0\0", 2));
-        }
+        return printed + done() + std::to_string(result);
+    };
+    gpio = {0, 0, 0, 0, "gpio8"};
+    for (const int line : {0, 10, 32, 37}) {
+        EXPECT_EQ(set(line, line % 2), "[lock] [unlock] 0");
+        EXPECT_EQ(test::read_text(base + "gpio8/active_low").substr(0, 2),
+                  std::string(line % 2 != 0 ? "1\0" : "0\0", 2));
     }
-    EXPECT_EQ(test::printed_by([] {
-                  iof_gpio_set_active_low(11, 0);
-                  iof_gpio_set_active_low(8, 7);
-              }),
-              "Gpio id[11] invalid\nstart invalid [7]\n");
+    for (const int line : {-1, 11, 31, 38})
+        EXPECT_EQ(set(line, 1), "Gpio id[" + std::to_string(line) + "] invalid\n-22");
+    for (const int value : {-1, 2}) EXPECT_EQ(set(8, value), "start invalid [" + std::to_string(value) + "]\n-22");
+
+    const struct {
+        decltype(gpio) platform;
+        std::string expected;
+    } cases[] = {
+        {{-7, 0, 0, 0, "gpio8"}, "get lock fail-7"},
+        {{0, 1, 0, 0, "gpio8"}, "-16"},
+        {{0, 0, -3, 0, "gpio8"}, "[lock] -3"},
+        {{0, 0, 0, 0, nullptr}, "NO find gpio catalog_name gpio_id:8\n[lock] -22"},
+        {{0, 0, 0, 0, "missing"}, "Fail to open " + base + "/missing/active_low\n[lock] [unlock] -2"},
+        {{0, 0, 0, 0, "../../../../../../tmp"}, "Fail to set start[1]\n[lock] [unlock] -5"},
+        {{0, 0, 0, -9, "missing"}, "Fail to open " + base + "/missing/active_low\n[lock] [unlock] -9"},
+        {{0, 0, 0, -9, "gpio8"}, "[lock] [unlock] -9"},
+    };
+    std::filesystem::create_symlink("/dev/full", "/tmp/active_low");
+    for (const auto &c : cases) {
+        gpio = c.platform;
+        EXPECT_EQ(set(8, 1), c.expected);
+    }
 }
 
 TEST_F(SystemTools, StormControlNeedsTheKernelsFile) {
-    EXPECT_EQ(storm_ctl_enable(0, "eth0"), 0);
-    existing_file = "/sys/class/net/br0/brif/eth0/in_multicast_limit";
     test::command_result = 3;
+    existing_file = "/sys/class/net/br0/brif/eth0/in_multicast_limit";
     EXPECT_EQ(storm_ctl_enable(0, "eth0"), 3);
+    EXPECT_EQ(done(), "[echo 1 > /sys/class/net/br0/brif/eth0/in_multicast_limit ] "
+                      "[echo 300 > /sys/class/net/br0/brif/eth0/in_multicast_limit_threshold] ");
     EXPECT_EQ(storm_ctl_enable(1, "eth0"), 0);
-    EXPECT_EQ(storm_ctl_enable(0, "../eth0"), 0);
-    EXPECT_EQ(storm_ctl_enable(0, nullptr), 0);
-    EXPECT_THAT(test::commands, ElementsAre("echo 1 > /sys/class/net/br0/brif/eth0/in_multicast_limit ",
-                                            "echo 300 > /sys/class/net/br0/brif/eth0/in_multicast_limit_threshold"));
+    for (const char *port : {"../eth0", "", static_cast<const char *>(nullptr)})
+        EXPECT_EQ(storm_ctl_enable(0, port), 0);
+    EXPECT_EQ(done(), "");
     existing_file = "/sys/class/net/br0/brif/a;b/in_multicast_limit";
     storm_ctl_enable(0, "a;b");
-    EXPECT_EQ(test::commands.back(), "echo 300 > '/sys/class/net/br0/brif/a;b/in_multicast_limit_threshold'");
+    EXPECT_THAT(done(), EndsWith("[echo 300 > '/sys/class/net/br0/brif/a;b/in_multicast_limit_threshold'] "));
 }
 
 }  // namespace

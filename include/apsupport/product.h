@@ -64,9 +64,9 @@ int systool_feed_watchdog(void);
 void systool_kill_all_process(int type);
 
 /* Type 0 writes the configuration to "/etc/tmp.cfg" for a download and copies that path into `buffer` (at least 13 bytes);
-   takes a second. Type 2 takes in the `length` bytes of such a file's text: the working set becomes what it says, but for
-   this unit's own cloud identity. 0; -1, after a line in the log, for any other type, or when the default files cannot be
-   written, the working set then unchanged. */
+   takes a second. Type 2 takes in such a file's text, of `length` bytes or up to its NUL: the working set becomes what it
+   says, but for this unit's own cloud identity. 0; -1, after a line in the log, for any other type, or when the default
+   files cannot be written, the working set then unchanged. */
 int systool_file_handle(int type, char *buffer, int length);
 
 /* Back to factory values, persistently; takes 2 seconds. */
