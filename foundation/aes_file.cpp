@@ -54,7 +54,8 @@ bool take_blocks(int fd, off_t length) {
 }
 
 bool lengthen(int fd, off_t from, off_t to) {
-    if (set_length(fd, to) && take_blocks(fd, to)) return true;
+    if (!set_length(fd, to)) return false;
+    if (take_blocks(fd, to)) return true;
     const KeepErrno keep;
     set_length(fd, from);
     return false;

@@ -30,7 +30,9 @@ timeval wall_clock_now() {
 
 using DateText = char[20];
 
+// A time zone that is changed while the process runs counts from the next text on.
 struct tm local_time(time_t seconds) {
+    tzset();
     struct tm local = {};
     localtime_r(&seconds, &local);
     return local;

@@ -109,6 +109,7 @@ OwnedAddress resolve(const char *address, unsigned &type, int &proto) {
 }
 
 void ensure_socket_folder() {
+    const KeepErrno keep;
     if (access(socket_folder.data(), F_OK) != 0) mkdir(socket_folder.data(), 0777);
 }
 

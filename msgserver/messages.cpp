@@ -58,6 +58,7 @@ class Client {
 public:
     explicit Client(const char *address) : address_(resolve(address, type_, proto_)) {
         if (address_) fd_ = ms_socket(type_, proto_);
+        if (type_ == type_udp && fd_ >= 0) claim_port(fd_);
     }
     ~Client() {
         if (fd_ >= 0) close_counted(fd_);

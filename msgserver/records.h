@@ -144,6 +144,7 @@ OwnedAddress new_peer_address(unsigned server_type);
 // Sockets. A counted descriptor is one that ms_creat_socket made, or that was accepted and configured.
 bool configure_socket(int fd);  // the options that every socket of the message server has
 void close_on_exec(int fd);
+void claim_port(int fd);  // of a client's datagram socket, before its first send: the port will be its own
 void close_counted(int fd);
 
 // Sessions. `open_session` takes address and descriptor: both are released when it fails, after a line on standard

@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "foundation/owned.h"
+#include "foundation/text.h"
 #include "msgserver/records.h"
 
 namespace ap {
@@ -64,6 +65,13 @@ bool configure_socket(int fd) {
 
 // A command that a handler starts must not hold its peer's connection open.
 void close_on_exec(int fd) { fcntl(fd, F_SETFD, FD_CLOEXEC); }
+
+// Two sockets with address reuse may be given the same port when the kernel binds them at their first send; one would
+// then get the answer to the other.
+void claim_port(int fd) {
+    const int off = 0;
+    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &off, sizeof off);
+}
 
 void close_counted(int fd) {
     const KeepErrno keep;
@@ -129,8 +137,9 @@ int ms_listen(int fd, unsigned int type, const struct sockaddr *address, int len
     const unsigned transport = first_of(type, {type_udp, type_tcp, type_unix, type_netlink});
     if (transport == 0) return 0;
 
-    const auto path = record_of<sockaddr_un>(address, length);
-    if (transport == type_unix) unlink(path.sun_path);
+    char path[sizeof sockaddr_un::sun_path + 1];
+    copy_text(path, field_text(record_of<sockaddr_un>(address, length).sun_path));
+    if (transport == type_unix) unlink(path);
     ms_bind(fd, address, length);
     if ((transport & (type_tcp | type_unix)) != 0) ms_listen_fd(fd);
 
@@ -138,7 +147,6 @@ int ms_listen(int fd, unsigned int type, const struct sockaddr *address, int len
     char ip[INET_ADDRSTRLEN] = {};
     inet_ntop(AF_INET, &inet.sin_addr, ip, sizeof ip);
     if ((transport & (type_udp | type_tcp)) != 0) MS_LOG("server listen fd[%d] at %s:%d", fd, ip, ntohs(inet.sin_port));
-    if (transport == type_unix)
-        MS_LOG("server listen fd[%d] at %.*s", fd, static_cast<int>(sizeof path.sun_path), path.sun_path);
+    if (transport == type_unix) MS_LOG("server listen fd[%d] at %s", fd, path);
     return 0;
 }

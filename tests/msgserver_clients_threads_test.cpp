@@ -8,13 +8,9 @@
 
 namespace {
 
-int echo(ms_session *session, char *data, int length) { return length > 0 ? ms_send(session, data, length) : 0; }
-
 TEST(Clients, MayCallFromSeveralThreads) {
-    test::MessageDaemon daemon([] {
-        ms_server("unix:threads", echo);
-        ms_server("udp:127.0.0.1:5000", echo);
-    });
+    const auto echo = [](ms_session *session, char *data, int length) { return ms_send(session, data, length); };
+    test::MessageDaemon daemon([&] { ms_server("unix:threads", echo), ms_server("udp:127.0.0.1:5000", echo); });
     const auto ask_often = [](int client) {
         for (int i = 0; i < 250; ++i) {
             const std::string question = std::to_string(client) + " asks " + std::to_string(i);
@@ -28,6 +24,21 @@ TEST(Clients, MayCallFromSeveralThreads) {
     for (auto &client : clients) client.join();
     EXPECT_THAT(test::printed_by(print_resource_count),
                 testing::ContainsRegex("open fd num = 0\n.*memuse = 0, sock_num = 0, session_num = 0\n"));
+}
+
+// A datagram client's port is its own, whatever other sockets with address reuse ask for.
+TEST(Clients, GetNoAnswerOfAnother) {
+    sockaddr_in address{AF_INET, htons(5001), {htonl(INADDR_LOOPBACK)}, {}};
+    auto *const peer = reinterpret_cast<sockaddr *>(&address);
+    socklen_t length = sizeof address;
+    const ap::UniqueFd server(ms_socket(2, 0)), other(ms_socket(2, 0));
+    ASSERT_EQ(ms_bind(server.get(), peer, 16), 0);
+    std::thread client([] { EXPECT_EQ(test::dialog("udp:127.0.0.1:5001", "question"), "answer"); });
+    char question[16];
+    EXPECT_EQ(recvfrom(server.get(), question, sizeof question, 0, peer, &length), 8);
+    EXPECT_EQ(ms_bind(other.get(), peer, 16), -1);
+    EXPECT_EQ(sendto(server.get(), "answer", 6, 0, peer, length), 6);
+    client.join();
 }
 
 }  // namespace

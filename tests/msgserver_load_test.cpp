@@ -11,15 +11,9 @@ extern "C" const char *__asan_default_options() { return "quarantine_size_mb=0";
 
 namespace {
 
-constexpr int unix_clients = 50, tcp_clients = 5, questions_each = 3500, tcp_questions_each = 5000;
-static_assert(unix_clients * questions_each + tcp_clients * tcp_questions_each == 200'000);
-
 int answer_twice(ms_session *session, char *data, int length) {
     std::string text(data, static_cast<size_t>(length > 0 ? length : 0));
-    if (text == "counters")
-        text = test::printed_by(print_resource_count);
-    else
-        text += text;
+    text = text == "counters" ? test::printed_by(print_resource_count) : text + text;
     return ms_send(session, text.data(), static_cast<int>(text.size()));
 }
 
@@ -41,17 +35,16 @@ long resident_kilobytes(pid_t process) {
 TEST(Load, NoAnswerIsLostAndMemoryStaysFlat) {
     test::MessageDaemon daemon([] {
         std::freopen("/dev/null", "w", stdout);
-        ms_server("unix:load", answer_twice);
-        ms_server("tcp:127.0.0.1:5000", answer_twice);
+        ms_server("unix:load", answer_twice), ms_server("tcp:127.0.0.1:5000", answer_twice);
     });
     for (int i = 0; i < 1000; ++i) ASSERT_EQ(test::dialog("unix:load", "warm"), "warmwarm");
     const std::string counters = test::dialog("unix:load", "counters");
     const long memory = resident_kilobytes(daemon.pid());
 
     std::vector<pid_t> clients;
-    clients.reserve(unix_clients + tcp_clients);
-    for (int i = 0; i < unix_clients; ++i) clients.push_back(start_client("unix:load", i, questions_each));
-    for (int i = 0; i < tcp_clients; ++i) clients.push_back(start_client("tcp:127.0.0.1:5000", i, tcp_questions_each));
+    clients.reserve(50 + 5);
+    for (int i = 0; i < 50; ++i) clients.push_back(start_client("unix:load", i, 3500));
+    for (int i = 0; i < 5; ++i) clients.push_back(start_client("tcp:127.0.0.1:5000", i, 5000));
     for (const pid_t client : clients) {
         int status = -1;
         waitpid(client, &status, 0);

@@ -117,7 +117,7 @@ int ms_notify(const char *address, const void *data, int length);
 
 /* Sends a message and waits for the answer, 5 seconds at most. Returns the bytes received, 0 when the connection was
  * closed without an answer, or a negative value. The answer is not terminated. From netlink it may have 16384 bytes,
- * whatever `size` says: give it that much room. */
+ * whatever `size` says: give it that much room. A udp client's port is its own: it gives up address reuse. */
 int ms_dialog(const char *address, const void *data, int length, void *answer, int size);
 
 /* Answers the peer of a handler's session. Returns 0 when all bytes went out. (To a netlink peer the bytes go without a

@@ -27,16 +27,16 @@ inline std::string dialog(const std::string &address, const std::string &questio
     return got < 0 ? "failed" : answer.substr(0, static_cast<size_t>(got));
 }
 
-// A socket connected to "unix:NAME" or to "tcp:...:PORT" on this machine, without the client side of the library.
+// A socket connected to "unix:NAME" or to "tcp:...:PORT" on this machine, without the library and its counters.
 inline ap::UniqueFd connected_to(const std::string &address) {
     const std::string last_part = address.substr(address.rfind(':') + 1);
-    const bool is_local = address.starts_with("unix:");
     sockaddr_un local{AF_UNIX, {}};
     ap::copy_text(local.sun_path, "/var/socket/" + last_part);
-    const auto port = static_cast<uint16_t>(is_local ? 0 : std::stoi(last_part));
-    sockaddr_in internet{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
-    ap::UniqueFd fd(socket(is_local ? AF_UNIX : AF_INET, SOCK_STREAM, 0));
+    sockaddr_in internet{
+        AF_INET, htons(static_cast<uint16_t>(ap::to_int(last_part.c_str()))), {htonl(INADDR_LOOPBACK)}, {}};
+    const bool is_local = address.starts_with("unix:");
     const auto *const to = is_local ? reinterpret_cast<sockaddr *>(&local) : reinterpret_cast<sockaddr *>(&internet);
+    ap::UniqueFd fd(socket(to->sa_family, SOCK_STREAM, 0));
     if (connect(fd.get(), to, is_local ? sizeof local : sizeof internet) != 0) fd.reset();
     return fd;
 }
@@ -60,7 +60,7 @@ public:
         }
         close(ends[1]);
         char end_of_pipe;
-        while (read(ends[0], &end_of_pipe, 1) > 0) {}
+        static_cast<void>(read(ends[0], &end_of_pipe, 1));
         close(ends[0]);
     }
     ~MessageDaemon() {
