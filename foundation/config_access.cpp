@@ -14,6 +14,13 @@
 #include "foundation/config_value.h"
 #include "foundation/console.h"
 
+// The key that `format` and the function's variadic arguments make.
+#define AP_FORMATTED_KEY(key, format)                                                                                  \
+    va_list arguments;                                                                                                 \
+    va_start(arguments, format);                                                                                       \
+    const ap::ConfigKey key(format, arguments);                                                                        \
+    va_end(arguments)
+
 extern "C" int __real_SetValue(const char *key, const char *value);
 
 namespace ap {
@@ -57,29 +64,20 @@ int prod_cfm_get_val(const char *key, char *value) {
 
 int __prod_cfm_get_fmt_val(char *value, const char *format, ...) {
     if (value == nullptr || format == nullptr) return 0;
-    va_list arguments;
-    va_start(arguments, format);
-    const ap::ConfigKey key(format, arguments);
-    va_end(arguments);
+    AP_FORMATTED_KEY(key, format);
     return prod_cfm_get_val(key.c_str(), value);
 }
 
 int prod_cfm_get_int_val(const char *format, ...) {
     if (format == nullptr) return 0;
-    va_list arguments;
-    va_start(arguments, format);
-    const ap::ConfigKey key(format, arguments);
-    va_end(arguments);
+    AP_FORMATTED_KEY(key, format);
     return ap::config_number(key.c_str());
 }
 
 // Only the first 20 characters of the value count, and what is above the signed range reads as its maximum.
 unsigned long long prod_cfm_get_uint_val(const char *format, ...) {
     if (format == nullptr) return 0;
-    va_list arguments;
-    va_start(arguments, format);
-    const ap::ConfigKey key(format, arguments);
-    va_end(arguments);
+    AP_FORMATTED_KEY(key, format);
     char text[21];
     ap::copy_config(key.c_str(), text);
     return static_cast<unsigned long long>(std::strtoll(text, nullptr, 10));
@@ -88,10 +86,7 @@ unsigned long long prod_cfm_get_uint_val(const char *format, ...) {
 // Only the first 42 characters of the value count.
 double prod_cfm_get_double_val(const char *format, ...) {
     if (format == nullptr) return 0.0;
-    va_list arguments;
-    va_start(arguments, format);
-    const ap::ConfigKey key(format, arguments);
-    va_end(arguments);
+    AP_FORMATTED_KEY(key, format);
     char text[43];
     ap::copy_config(key.c_str(), text);
     return std::strtod(text, nullptr);
@@ -124,10 +119,7 @@ int prod_cfm_n_set_val(const char *key, const char *value, unsigned int n) {
 
 int __prod_cfm_set_fmt_val(const char *value, const char *format, ...) {
     if (value == nullptr || format == nullptr) return 0;
-    va_list arguments;
-    va_start(arguments, format);
-    const ap::ConfigKey key(format, arguments);
-    va_end(arguments);
+    AP_FORMATTED_KEY(key, format);
     return prod_cfm_set_val(key.c_str(), value);
 }
 
@@ -151,10 +143,7 @@ int prod_cfm_set_uint64_val(const char *key, uint64_t value) {
 
 int __prod_cfm_set_fmt_int_val(int value, const char *format, ...) {
     if (format == nullptr) return 0;
-    va_list arguments;
-    va_start(arguments, format);
-    const ap::ConfigKey key(format, arguments);
-    va_end(arguments);
+    AP_FORMATTED_KEY(key, format);
     return prod_cfm_set_int_val(key.c_str(), value);
 }
 
@@ -177,10 +166,7 @@ int set_if_changed(const char *key, const char *value, char *scratch) {
 
 int __set_fmt_val_if_changed(const char *value, const char *format, ...) {
     if (value == nullptr || format == nullptr) return 0;
-    va_list arguments;
-    va_start(arguments, format);
-    const ap::ConfigKey key(format, arguments);
-    va_end(arguments);
+    AP_FORMATTED_KEY(key, format);
     return ap::set_if_different(key.c_str(), value, ap::ConfigValue(key.c_str()).c_str());
 }
 

@@ -60,5 +60,5 @@ int systool_get_value_in_default_cfg(const char *key, char *out) {
 
 int systool_get_int_value_in_default_cfg(const char *key) {
     Line value;
-    return default_value(key, value) ? std::atoi(value.data()) : 0;
+    return default_value(key, value) ? to_int(value.data()) : 0;
 }

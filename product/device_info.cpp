@@ -4,7 +4,6 @@
 
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <string_view>
 
 #include "applatform/system.h"
@@ -41,9 +40,9 @@ int month_number(std::string_view name) {
 using namespace ap;
 
 int get_compile_date_time(char *out) {
-    const int length = std::snprintf(out, compile_date_time_size, "%04d %02d %02d %02d %02d", std::atoi(build_date + 7),
-                                     month_number(build_date), std::atoi(build_date + 4), std::atoi(build_time),
-                                     std::atoi(build_time + 3));
+    const int length =
+        std::snprintf(out, compile_date_time_size, "%04d %02d %02d %02d %02d", to_int(build_date + 7),
+                      month_number(build_date), to_int(build_date + 4), to_int(build_time), to_int(build_time + 3));
     return length > 0 ? 1 : 0;
 }
 

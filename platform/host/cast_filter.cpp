@@ -81,11 +81,7 @@ int control_filter(int fd, uintptr_t, unsigned long request, void *argument) {
 constexpr StandIn filter_stand_in = {.control = control_filter};
 
 const PathClaim claim("/dev/castfilter", [](int flags) {
-    const int fd = libc::open(state_path, O_RDWR | O_CREAT | (flags & O_CLOEXEC), 0644);
-    if (fd < 0 || adopt(fd, filter_stand_in, 0)) return fd;
-    const KeepErrno keep;
-    libc::close(fd);
-    return -1;
+    return adopt_or_close(libc::open(state_path, O_RDWR | O_CREAT | (flags & O_CLOEXEC), 0644), filter_stand_in);
 });
 
 }  // namespace

@@ -16,6 +16,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include "foundation/owned.h"
+
 namespace ap::host {
 
 namespace {
@@ -155,6 +157,13 @@ bool adopt(int fd, const StandIn &stand_in, uintptr_t note) {
     entry.file = status.st_ino;
     entry.stand_in.store(&stand_in, std::memory_order_release);
     return true;
+}
+
+int adopt_or_close(int fd, const StandIn &stand_in) {
+    if (fd < 0 || adopt(fd, stand_in, 0)) return fd;
+    const KeepErrno keep;
+    libc::close(fd);
+    return -1;
 }
 
 PathClaim::PathClaim(const char *path, int (*open_it)(int flags)) { claimed_paths.add({path, open_it}); }

@@ -37,6 +37,9 @@ inline constexpr int most_adopted = 1024;  // descriptors at or above this numbe
 // `stand_in` must live as long as the process.
 bool adopt(int fd, const StandIn &stand_in, uintptr_t note);
 
+// The descriptor, adopted; -1, with errno set, when it is none, or when it could not be adopted and was closed.
+int adopt_or_close(int fd, const StandIn &stand_in);
+
 // Says who opens a path, or makes the sockets of a protocol. Define one as a static object: it lives as long as the
 // process. The function returns a descriptor that it adopted, or -1 with errno set.
 class PathClaim {

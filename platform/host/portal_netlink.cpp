@@ -41,11 +41,7 @@ ssize_t receive_from_module(int fd, uintptr_t, msghdr *message, int flags) {
 constexpr StandIn portal_stand_in = {.send = send_to_module, .receive = receive_from_module};
 
 const SocketClaim claim(AF_NETLINK, portal_protocol, [](int type) {
-    const int fd = libc::socket(AF_NETLINK, type, NETLINK_USERSOCK);
-    if (fd < 0 || adopt(fd, portal_stand_in, 0)) return fd;
-    const KeepErrno keep;
-    libc::close(fd);
-    return -1;
+    return adopt_or_close(libc::socket(AF_NETLINK, type, NETLINK_USERSOCK), portal_stand_in);
 });
 
 }  // namespace

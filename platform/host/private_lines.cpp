@@ -113,12 +113,8 @@ constexpr StandIn commands = {.closing = take_closed_file<take_command>};
 
 // A file that is only read is the plain one. One that is written can also be read, by the driver when it is closed.
 int open_plain(const char *path, int flags, const StandIn &stand_in) {
-    const bool is_written = (flags & O_ACCMODE) != O_RDONLY;
-    const int fd = libc::open(path, is_written ? (flags & ~O_ACCMODE) | O_RDWR : flags, 0644);
-    if (fd < 0 || !is_written || adopt(fd, stand_in, 0)) return fd;
-    const KeepErrno keep;
-    libc::close(fd);
-    return -1;
+    if ((flags & O_ACCMODE) == O_RDONLY) return libc::open(path, flags, 0644);
+    return adopt_or_close(libc::open(path, (flags & ~O_ACCMODE) | O_RDWR, 0644), stand_in);
 }
 
 const PathClaim lines_claim(lines_file, [](int flags) { return open_plain(lines_file, flags, own_line); });
