@@ -8,7 +8,10 @@ find_library(CJSON_LIBRARY cjson REQUIRED)
 
 add_library(ap_flags INTERFACE)
 target_compile_options(ap_flags INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
-target_compile_definitions(ap_flags INTERFACE _FILE_OFFSET_BITS=64 _GNU_SOURCE)
+target_compile_definitions(ap_flags INTERFACE _GNU_SOURCE)
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+    target_compile_definitions(ap_flags INTERFACE _FILE_OFFSET_BITS=64)
+endif()
 target_include_directories(ap_flags INTERFACE ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/include
                                               ${CMAKE_SOURCE_DIR}/platform/include)
 if(AP_SANITIZE)

@@ -73,7 +73,7 @@ std::string plain_name(const std::vector<std::string> &pieces) {
 }  // namespace
 
 // The library's ways to the table and to the root's link.
-extern "C" FILE *fopen64(const char *path, const char *mode) {
+extern "C" FILE *fopen(const char *path, const char *mode) {
     return real_fopen(std::strcmp(path, "/proc/mtd") == 0 ? table.c_str() : path, mode);
 }
 extern "C" FILE *popen(const char *, const char *) { return real_fopen(table.c_str(), "r"); }

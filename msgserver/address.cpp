@@ -19,8 +19,8 @@ namespace {
 
 constexpr char any_address[] = "0.0.0.0";
 enum : size_t { ip_size = 15 + 1, port_size = 7 + 1, proto_size = 3 + 1, name_size = 63 + 1 };
-constexpr std::string_view socket_folder = "/var/socket/";
-static_assert(socket_folder.size() + name_size <= sizeof sockaddr_un::sun_path);
+constexpr char socket_folder[] = "/var/socket";
+static_assert(sizeof socket_folder + name_size <= sizeof sockaddr_un::sun_path);
 
 struct Scheme {
     std::string_view prefix;
@@ -61,13 +61,18 @@ OwnedAddress inet_address(const char *ip, const char *port) {
     return address;
 }
 
+void ensure_socket_folder() {
+    const KeepErrno keep;
+    if (access(socket_folder, F_OK) != 0) mkdir(socket_folder, 0777);
+}
+
 OwnedAddress unix_address(const char *name) {
+    ensure_socket_folder();
     OwnedAddress address = new_unix_address();
     if (!address) return address;
     auto *const record = reinterpret_cast<sockaddr_un *>(address.get());
     record->sun_family = AF_UNIX;
-    copy_text(record->sun_path, socket_folder);
-    copy_text(record->sun_path + socket_folder.size(), name_size, name);
+    std::snprintf(record->sun_path, sizeof socket_folder + name_size, "%s/%s", socket_folder, name);
     return address;
 }
 
@@ -108,11 +113,6 @@ OwnedAddress resolve(const char *address, unsigned &type, int &proto) {
     return inet_address(ip, port);
 }
 
-void ensure_socket_folder() {
-    const KeepErrno keep;
-    if (access(socket_folder.data(), F_OK) != 0) mkdir(socket_folder.data(), 0777);
-}
-
 OwnedAddress new_peer_address(unsigned server_type) {
     if ((server_type & type_unix) != 0) return new_unix_address();
     return new_inet_address();
@@ -144,7 +144,6 @@ unsigned int ms_get_addr(const char *address, struct sockaddr **resolved, int *l
     unsigned type = 0;
     int number = 0;
     OwnedAddress found = resolve(address, type, number);
-    if ((type & type_unix) != 0) ensure_socket_folder();
     if ((type & type_netlink) != 0 && proto != nullptr) *proto = number;
     *length = found.length();
     *resolved = found.take();

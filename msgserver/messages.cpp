@@ -52,8 +52,7 @@ int send_over(unsigned transport, int fd, const Bytes &bytes, const sockaddr *ad
     }
 }
 
-// A resolved address and a socket of its type, closed and released at the end of the call that made them. What was
-// delivered to a unix address proves that the folder of the socket files exists; else the folder is looked after.
+// A resolved address and a socket of its type, closed and released at the end of the call that made them.
 class Client {
 public:
     explicit Client(const char *address) : address_(resolve(address, type_, proto_)) {
@@ -62,14 +61,13 @@ public:
     }
     ~Client() {
         if (fd_ >= 0) close_counted(fd_);
-        if (type_ == type_unix && !delivered_) ensure_socket_folder();
     }
     Client(const Client &) = delete;
     Client &operator=(const Client &) = delete;
 
     explicit operator bool() const { return fd_ >= 0; }
     void send(const void *data, int length) {
-        delivered_ = ms_send_addr(fd_, type_, address_.get(), address_.length(), data, length) == 0;
+        ms_send_addr(fd_, type_, address_.get(), address_.length(), data, length);
     }
     int receive(void *answer, int size) {
         const size_t room = size > 0 ? static_cast<size_t>(size) : 0;
@@ -88,7 +86,6 @@ private:
     int proto_ = 0;
     OwnedAddress address_;
     int fd_ = -1;
-    bool delivered_ = false;
 };
 
 }  // namespace

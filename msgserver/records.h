@@ -138,7 +138,6 @@ struct AddressText {
     char text[128] = {};
 };
 OwnedAddress resolve(const char *address, unsigned &type, int &proto);
-void ensure_socket_folder();  // whoever resolves a unix address sees to it that its folder exists
 OwnedAddress new_peer_address(unsigned server_type);
 
 // Sockets. A counted descriptor is one that ms_creat_socket made, or that was accepted and configured.

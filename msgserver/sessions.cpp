@@ -136,7 +136,6 @@ struct ms_session *ms_server(const char *address, ms_handler handler) {
     int proto = 0;
     OwnedAddress resolved = resolve(address, type, proto);
     if (!resolved) return nullptr;
-    if (type == type_unix) ensure_socket_folder();
     const int fd = ms_socket(type, proto);
     if (fd < 0) return nullptr;
     ms_listen(fd, type, resolved.get(), resolved.length());

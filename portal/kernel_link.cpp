@@ -134,14 +134,13 @@ int keep_records(const char *function, const Message &answer, ssize_t length, ui
     if (length < static_cast<ssize_t>(header_size + count_size)) return failed;
     const size_t arrived = (static_cast<size_t>(length) - header_size - count_size) / record_size;
     const size_t kept = std::min<size_t>(le32(answer.payload), arrived);
-    if (kept != 0) {
-        HeapPtr<void> records(std::malloc(kept * record_size));
-        if (!records)
-            return std::printf("Debug->%s: %s(%d)--alloc memery is fail\n", portal_source, function, __LINE__), failed;
-        std::memcpy(records.get(), answer.payload + count_size, kept * record_size);
-        portal_info = records.release();
-    }
     count = static_cast<uint32_t>(kept);
+    if (kept != 0) {
+        portal_info = std::malloc(kept * record_size);
+        if (portal_info == nullptr)
+            return std::printf("Debug->%s: %s(%d)--alloc memery is fail\n", portal_source, function, __LINE__), failed;
+        std::memcpy(portal_info, answer.payload + count_size, kept * record_size);
+    }
     return 0;
 }
 
@@ -172,9 +171,7 @@ int tpi_ap_portal_get_node_info(unsigned int *count) {
     Message message = {};
     const ssize_t length = exchange(message, static_cast<uint16_t>(PortalType::node_info));
     uint32_t records = 0;
-    if (keep_records(__func__, message, length, records) != 0) return failed;
-    if (count != nullptr) *count = records;
-    return 0;
+    return keep_records(__func__, message, length, count != nullptr ? *count : records);
 }
 
 int tpi_ap_portal_del_mac(unsigned int count, const unsigned char (*macs)[6], int type) {

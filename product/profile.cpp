@@ -10,10 +10,10 @@
 
 namespace ap {
 
-UniqueJson read_profile_file() {
+UniqueJson read_profile_file(Caller caller) {
     char *text = nullptr;
     if (get_file_content(profile_path, &text, nullptr) == 0)
-        return AP_ERROR("prod", "get file content error: %s", profile_path), nullptr;
+        return AP_DEBUG_OF(caller, error_level, "prod", "get file content error: %s", profile_path), nullptr;
     const HeapPtr<char> owner(text);
     return UniqueJson(cJSON_Parse(text));
 }

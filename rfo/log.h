@@ -8,19 +8,10 @@
 #define RFO_DETAIL(...) AP_DEBUG(4, "rfo", __VA_ARGS__)
 
 // Lines in the name of the step that called a helper.
-#define RFO_ERROR_OF(caller, ...) prod_debug((caller).function, (caller).line, ap::error_level, "rfo", __VA_ARGS__)
-#define RFO_TRACE_OF(caller, ...) prod_debug((caller).function, (caller).line, 3, "rfo", __VA_ARGS__)
+#define RFO_ERROR_OF(caller, ...) AP_DEBUG_OF(caller, ap::error_level, "rfo", __VA_ARGS__)
+#define RFO_TRACE_OF(caller, ...) AP_DEBUG_OF(caller, 3, "rfo", __VA_ARGS__)
 
 namespace ap {
-
-// Such a helper's last parameter is `Caller caller = Caller::here()`.
-struct Caller {
-    static Caller here(const char *function = __builtin_FUNCTION(), int line = __builtin_LINE()) {
-        return {function, line};
-    }
-    const char *function;
-    int line;
-};
 
 inline constexpr int rfo_failure = 1, rfo_success = 2;
 

@@ -20,7 +20,6 @@ static std::string uptime;
 static jmp_buf leave_loop;
 static int idle_waits_left;
 
-// With 64-bit file offsets this is open64, which the library calls.
 extern "C" int open(const char *path, int flags, ...) {
     if (std::string(path) != "/proc/uptime") return openat(AT_FDCWD, path, flags, 0644);
     if (uptime == "unreadable") return -1;

@@ -108,7 +108,7 @@ bool is_known(int fd) { return disk != nullptr && disk->knows(fd); }
 }  // namespace
 
 extern "C" {
-int open64(const char *path, int flags, ...) {
+int open(const char *path, int flags, ...) {
     va_list arguments;
     va_start(arguments, flags);
     const auto mode = va_arg(arguments, unsigned);

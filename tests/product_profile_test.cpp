@@ -130,15 +130,18 @@ TEST_F(Profile, AFileThatHoldsNoSuchProfileChangesNothing) {
         {"{\"profile\": 7}", no_match},
         {R"({"profile": [1, null, [], "AP-1", {"model": 5}]})", no_match},
         {R"({"profile": [{"model": "ap-1"}]})", no_match},
-        {nullptr, "[31 read_profile_file] get file content error: /etc/profile.json\n"},  // no file
     };
     begin({{"sys.profile.id", "AP-1"}});
     for (const auto &[text, message] : cases) {
-        unlink("/etc/profile.json");
-        if (text != nullptr) test::write_text("/etc/profile.json", text);
+        test::write_text("/etc/profile.json", text);
         EXPECT_EQ(trace([] { return profile_init_product_config(1); }), message + "-1");
         EXPECT_EQ(trace([] { return create_product_profile("AP-1") == nullptr ? 0 : 1; }), message + "0");
     }
+    unlink("/etc/profile.json");
+    const std::string message = "] get file content error: /etc/profile.json\n";
+    EXPECT_EQ(trace([] { return profile_init_product_config(1); }), "[31 profile_init_product_conf" + message + "-1");
+    EXPECT_EQ(trace([] { return create_product_profile("AP-1") == nullptr ? 0 : 1; }),
+              "[31 create_product_profile" + message + "0");
 }
 
 TEST_F(Profile, SingleValuesAreCopiedWhenTheyFit) {

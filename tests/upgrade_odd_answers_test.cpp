@@ -26,7 +26,7 @@ extern "C" int ioctl(int, unsigned long request, ...) noexcept {
 
 int mtd_open(const char *, int flags) { return open("/tmp/device", flags | O_CREAT | O_CLOEXEC, 0644); }
 
-extern "C" FILE *fopen64(const char *path, const char *mode) {
+extern "C" FILE *fopen(const char *path, const char *mode) {
     static const auto real = reinterpret_cast<FILE *(*)(const char *, const char *)>(dlsym(RTLD_NEXT, "fopen64"));
     return real(memory_table.empty() || std::strcmp(path, "/proc/meminfo") != 0 ? path : memory_table.c_str(), mode);
 }

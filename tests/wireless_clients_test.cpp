@@ -88,7 +88,7 @@ TEST_F(Clients, AreCountedAndNeverOutgrowTheCallersOrTheDriversArray) {
         {"one more than room", 4, 1, 4, 4, 5, 4, 5},
         {"many more than room", 4, 90, 4, 4, 5, 4, 94},
         {"all of the driver's", 200, 0, 128, 128, 128, 128, 128},
-        {"more than the driver's", 200, 1, 128, 128, 128, 128, 128},
+        {"more than the driver's", 200, 1, 128, 128, 128, 128, 129},
         {"more room than the driver's", 200, 0, 200, 128, 128, 128, 128},
         {"a negative count", 0, -5, 4, 4, 0, 0, 0},
     };

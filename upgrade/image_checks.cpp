@@ -24,7 +24,8 @@ namespace ap {
 namespace {
 
 constexpr size_t target_name_size = 32;
-constexpr size_t checksum_piece_size = 65536;
+constexpr size_t read_size = 65536;
+constexpr unsigned int checksum_piece_size = 1024;
 
 // A product id in hexadecimal, with the limits of a 32-bit word whatever the width of long: what is larger reads as the
 // largest, and a negative one as its complement.
@@ -85,12 +86,13 @@ const char *partition_of(int fw_type, const char *kernel_target) {
 
 // Continues `checksum` over the file's next `length` bytes; false when the file ends before them or cannot be read.
 bool checksum_of_rest(const UniqueFd &image, int64_t length, unsigned long &checksum) {
-    unsigned char piece[checksum_piece_size];
+    unsigned char bytes[read_size];
     while (length > 0) {
-        const size_t wanted = static_cast<size_t>(std::min<int64_t>(length, sizeof piece));
-        const ssize_t got = retry_interrupted([&] { return read(image.get(), piece, wanted); });
+        const size_t wanted = static_cast<size_t>(std::min<int64_t>(length, sizeof bytes));
+        const ssize_t got = retry_interrupted([&] { return read(image.get(), bytes, wanted); });
         if (got <= 0) return false;
-        checksum = crc32(checksum, piece, static_cast<unsigned int>(got));
+        for (unsigned int at = 0, end = static_cast<unsigned int>(got); at < end; at += checksum_piece_size)
+            checksum = crc32(checksum, bytes + at, std::min(checksum_piece_size, end - at));
         length -= got;
     }
     return true;

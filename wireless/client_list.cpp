@@ -110,6 +110,7 @@ int append_interface_clients(const char *ifname, WifiClientInfo *out, int writte
     for (int i = 0; i < count && written < capacity; ++i) {
         WifiClientInfo &client = out[written++];
         copy_client(clients[i], client);
+        std::memset(client.ifname, 0, sizeof client.ifname);
         copy_text(client.ifname, std::string_view(ifname));
     }
     return written;
@@ -164,7 +165,7 @@ int wifi_get_interface_client_num_by_ugw(const char *ifname) {
     unsigned char stations[10240] = {};
     int count = 0;
     if (uwb_get_sta_info(ifname, 0, stations, ap::most_stations, &count) < 0) return 0;
-    return std::clamp(count, 0, ap::most_stations);
+    return std::max(count, 0);
 }
 
 void wifi_get_noise_by_ugw(const char *ifname, int *out) {
@@ -178,7 +179,7 @@ void wifi_get_noise_by_ugw(const char *ifname, int *out) {
 
 int wifi_get_client_lists(WifiClientInfo *out, const char *band, int capacity) {
     const ap::RadioBand *radio = ap::radio_band_of(band);
-    if (radio == nullptr || capacity <= 0) return 0;
+    if (radio == nullptr) return 0;
     if (!ap::radio_is_enabled(*radio)) {
         std::puts("wifi 2.4G or 5G is closed");
         return 0;
